@@ -1,0 +1,15 @@
+# Warnings and sanitizers of the project's own targets. They never reach a consumer.
+add_library(kbag_options INTERFACE)
+target_compile_options(kbag_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wformat=2
+  $<$<BOOL:${KBAG_WERROR}>:-Werror>)
+
+if(KBAG_SANITIZE)
+  list(JOIN KBAG_SANITIZE "," sanitizers)
+  # Everything in the process is instrumented alike, so this is a directory-wide setting.
+  add_compile_options(-fsanitize=${sanitizers} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${sanitizers})
+  if("undefined" IN_LIST KBAG_SANITIZE)
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

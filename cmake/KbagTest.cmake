@@ -1,0 +1,24 @@
+# kbag_test(<layer> [LINKS <targets>...] [LABEL <label>] SOURCES <files>...)
+#
+# One test program per layer folder; its tests are named "<layer>.<Suite>.<Test>".
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+function(kbag_test layer)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABEL;TIMEOUT" "LINKS;SOURCES")
+  if(NOT arg_LABEL)
+    set(arg_LABEL unit)
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 60)
+  endif()
+  set(target test_${layer})
+  if(NOT arg_LABEL STREQUAL "unit")
+    set(target test_${layer}_${arg_LABEL})
+  endif()
+  add_executable(${target} ${arg_SOURCES})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${target} PRIVATE ${arg_LINKS} GTest::gmock GTest::gtest_main kbag_options)
+  gtest_discover_tests(${target} TEST_PREFIX "${layer}." DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS ${arg_LABEL} TIMEOUT ${arg_TIMEOUT})
+endfunction()

@@ -1,0 +1,141 @@
+#ifndef MORVA_BAG_H_
+#define MORVA_BAG_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "morva/records.h"
+
+namespace morva {
+
+class BagFile;
+class BagReader;
+
+/// A bag file, open for writing (a new file) or for reading (an existing one).
+///
+/// Closed -> open() -> open -> close() -> closed, as often as wanted; opening again replaces what was
+/// open. Failures are return values and one log line; nothing is thrown.
+/// Threads: readMessage() may be called from any number of threads at the same time. open(), close()
+/// and writeMessage() must not run at the same time as any other operation on the same handle.
+class MorvaBag {
+ public:
+  using BagMode = morva::BagMode;
+  using CompressionType = morva::CompressionType;
+  using View = morva::View;
+  using TopicInfo = morva::TopicInfo;
+  using BagInfo = morva::BagInfo;
+
+  /// Results of open(). The reader's and writer's codes come up unchanged. Values reach logs and
+  /// callers: never renumber, only append.
+  enum OpenCode : int {
+    kOpenOk = 0,
+    kOpenNoIndex = 1,      ///< read: no usable index; reindex() mends it
+    kOpenExists = 2,       ///< write: something is there already
+    kOpenMissing = 3,      ///< read: nothing is there
+    kOpenFailed = 4,       ///< the file cannot be opened or created
+    kOpenChecksum = 6,     ///< read: the header's checksum is wrong
+    kOpenMalformed = 7,    ///< read: no bag, or a damaged start; write: the topic list was refused
+    kOpenPrivateData = 8,  ///< write: private data above 4056 bytes, or the header was not written
+    kOpenNoTopics = 9,     ///< write: `topics` is empty
+  };
+
+  /// Bytes that a message header holds at least: u32 compress flag (0: store as it stands), u32 count
+  /// word, i64 first header time, i64 second header time (us since the Unix epoch), 8 bytes unused;
+  /// little-endian. makeMessageHeader() builds one.
+  static constexpr std::size_t kMessageHeaderBytes = 32;
+
+  MorvaBag();
+  MorvaBag(const MorvaBag&) = delete;
+  MorvaBag& operator=(const MorvaBag&) = delete;
+  ~MorvaBag();
+
+  /// Opens `path`. A write creates the file, which must not exist, from the three write options below
+  /// and stores `privateData` (at most 4056 bytes, a serialized DeviceInfo message or empty) in its
+  /// header; a read ignores `privateData`.
+  /// @return 0 or an OpenCode. After a failure the handle is closed, except that a refused topic list
+  ///         leaves the new file open, for the caller to close.
+  [[nodiscard]] int open(const std::string& path, BagMode mode, const std::string& privateData = {});
+
+  /// Closes what is open: a bag being written gets its index and final header here.
+  /// @return False, after an error line, when something of a written bag did not reach the file.
+  bool close();
+
+  /// Appends one message.
+  /// @param topic   One of `topics`.
+  /// @param timeUs  Message time, us since the Unix epoch.
+  /// @param header  At least kMessageHeaderBytes, see there.
+  /// @param data    Payload. An empty one, or a count word of 0, is stored and refused when read.
+  /// @return False after an error line. The bag stays open; messages written before are not affected.
+  [[nodiscard]] bool writeMessage(const std::string& topic, std::int64_t timeUs,
+                                  const std::string& header, const std::string& data);
+
+  /// The header that writeMessage() takes.
+  [[nodiscard]] static std::string makeMessageHeader(bool compress, std::uint32_t count,
+                                                     std::int64_t firstTimeUs,
+                                                     std::int64_t secondTimeUs);
+
+  /// Reads one message and verifies its checksum.
+  /// @param index  Entry of a view of this bag.
+  /// @param data   [out] The payload, one serialized array message; unspecified on failure.
+  /// @return False after an error line; the bag stays usable.
+  [[nodiscard]] bool readMessage(const View::MsgIndex& index, std::string* data) const;
+
+  /// Messages of one topic whose first header time lies in [startUs, startUs + durationS], in the order
+  /// in which they were written. A start or a duration of 0 or less sets no upper bound (but for the
+  /// year 2100). Unknown topics log a line; they, a closed bag and one open for writing give an empty
+  /// view.
+  [[nodiscard]] View getView(const std::string& topic, std::int64_t startUs,
+                             std::int64_t durationS) const;
+  /// The views of several topics, one after another in the order of the list.
+  [[nodiscard]] View getView(const std::vector<std::string>& topics, std::int64_t startUs,
+                             std::int64_t durationS) const;
+
+  /// Every message of the bag at `path` in file order, found by walking its chunks: needs no index.
+  /// @param index  [out, may be null] The index rebuilt by the walk, serialized for an index chunk.
+  ///               Damage ends the walk with a warning; what was found before it is kept.
+  [[nodiscard]] static View getAllView(const std::string& path, std::string* index);
+
+  /// What the bag holds; all zero when none is open for reading. Reads memory only.
+  [[nodiscard]] BagInfo getInfo() const;
+
+  /// The device record of the bag's header; empty where there is none.
+  /// @param text  [out, may be null] The record as JSON; left as it was where there is none.
+  [[nodiscard]] DeviceInfo getDeviceInfo(std::string* text) const;
+
+  /// Rebuilds the index of the bag at `path` into the side file "<path>.index", by walking its chunks.
+  /// @return 0, or after a log line: 1 the walk failed, 3 no bag, 4 the side file cannot be created,
+  ///         5, 6 or 8 it could not be written, or the reader's open code.
+  [[nodiscard]] static int reindex(const std::string& path);
+
+  /// Reads and verifies every chunk of the bag at `path`, from the first to the end chunk.
+  /// @return 0 when all is sound, or after a log line: 3 no bag, 7 a damaged, unknown or missing chunk,
+  ///         or the reader's open code.
+  [[nodiscard]] static int checkAll(const std::string& path);
+
+  /// Version of the bag library.
+  [[nodiscard]] static std::string getVersion();
+
+  /// Parent directory and last component of the path of the bag that was opened.
+  [[nodiscard]] const std::string& directory() const { return directory_; }
+  [[nodiscard]] const std::string& fileName() const { return fileName_; }
+
+  /// Write options, to be filled before a bag is opened for writing.
+  std::vector<std::string> topics;  ///< topic names, in the order in which they are numbered
+  CompressionType compressionType = CompressionType::kNone;  ///< set by an open for reading
+  std::uint32_t writeBufferSize = 0;  ///< bytes gathered before they are handed to the system
+
+ private:
+  [[nodiscard]] int openForWriting(const std::string& path, const std::string& privateData);
+  [[nodiscard]] int openForReading(const std::string& path);
+  [[nodiscard]] std::shared_ptr<BagReader> reader() const;
+
+  std::string directory_;
+  std::string fileName_;
+  std::shared_ptr<BagFile> storage_;
+};
+
+}  // namespace morva
+
+#endif  // MORVA_BAG_H_
