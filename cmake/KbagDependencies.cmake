@@ -12,3 +12,6 @@ pkg_check_modules(zstd REQUIRED IMPORTED_TARGET libzstd)
 pkg_check_modules(deflate REQUIRED IMPORTED_TARGET libdeflate)
 pkg_check_modules(avcodec REQUIRED IMPORTED_TARGET libavcodec libavutil)
 pkg_check_modules(turbojpeg REQUIRED IMPORTED_TARGET libturbojpeg)
+# All that decoding H.264 payloads and writing JPEG pictures needs.
+find_package(OpenCVModules REQUIRED COMPONENTS core imgcodecs videoio)
+include(KbagPclHeaders)
