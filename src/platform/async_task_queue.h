@@ -13,18 +13,18 @@ namespace osmik {
 
 /// How workers are scheduled.
 struct SchedParam {
-  std::vector<int> cpus;  ///< pin to these, where the machine grants every one of them
+  std::vector<int> cpus{};  ///< pin to these, where the machine grants every one of them
   bool realTime = false;
   int priority = 255;  ///< of real-time workers
   int niceness = -1;   ///< -1: leave it
-  std::string name;    ///< thread name, cut to 15 characters; empty: leave it
+  std::string name{};  ///< thread name, cut to 15 characters; empty: leave it
 };
 
 /// Runs tasks on worker threads, in the order in which they were put as far as one worker goes.
 ///
-/// Workers start when there is work for them, up to the number given to init(); the first one starts
-/// there. The destructor lets the tasks that were put finish. A task that throws is logged and dropped.
-/// Threads: putTask() and size() may be called from any thread, tasks included.
+/// Workers start when there is work for them, up to the number given to init(); the first one
+/// starts there. The destructor lets the tasks that were put finish. A task that throws is logged
+/// and dropped. Threads: putTask() and size() may be called from any thread, tasks included.
 class AsyncTaskQueue {
  public:
   using Task = std::function<void(const std::string&)>;

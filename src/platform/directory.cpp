@@ -9,6 +9,15 @@ namespace osmik {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+std::string withoutTrailingSlashes(const std::string& path) {
+  const std::size_t last = path.find_last_not_of('/');
+  return last == std::string::npos ? path : path.substr(0, last + 1);
+}
+
+}  // namespace
+
 bool Directory::exists(const std::string& path) {
   std::error_code error;
   return fs::is_directory(path, error);
@@ -25,11 +34,16 @@ bool Directory::createDir(const std::string& path, bool recursive) {
 }
 
 bool Directory::removeDir(const std::string& path, bool recursive) {
+  // "link/" would name what the link points to.
+  const fs::path name = withoutTrailingSlashes(path);
   std::error_code error;
+  const fs::file_status status = fs::symlink_status(name, error);
+  if (status.type() == fs::file_type::not_found) return true;
+  if (!fs::is_directory(status) && !fs::is_symlink(status)) return false;
   if (recursive) {
-    fs::remove_all(path, error);
+    fs::remove_all(name, error);
   } else {
-    fs::remove(path, error);
+    fs::remove(name, error);
   }
   return !error;
 }

@@ -16,13 +16,13 @@ class Directory {
   /// @return True when it is there afterwards, also when it was there before.
   static bool createDir(const std::string& path, bool recursive);
 
-  /// Removes a directory, with `recursive` all that it holds; never follows a symbolic link out of it
-  /// (where `path` is a link, the link is removed). @return True when it is gone, also when it was not
-  /// there.
+  /// Removes a directory, with `recursive` all that it holds; never follows a symbolic link out of
+  /// it (where `path` is a link, the link is removed). A file of that name is not touched.
+  /// @return True when it is gone, also when it was not there.
   static bool removeDir(const std::string& path, bool recursive);
 
-  /// Names of the regular files in `path` that match `pattern` whole (ECMAScript), in ascending byte
-  /// order; empty where the directory cannot be read or the pattern is malformed.
+  /// Names of the regular files in `path` that match `pattern` whole (ECMAScript), in ascending
+  /// byte order; empty where the directory cannot be read or the pattern is malformed.
   [[nodiscard]] static std::vector<std::string> getFileList(const std::string& path,
                                                             const std::string& pattern);
 };
