@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-/// Decoded samples ("frame records"). Every one begins with its sequence number and collect timestamp
-/// (us since the Unix epoch) and is shared by reference count, never copied.
+/// Decoded samples ("frame records"). Every one begins with its sequence number and collect
+/// timestamp (us since the Unix epoch) and is shared by reference count, never copied.
 namespace morva {
 
 /// Inertial sample in SI units, in the IMU frame.
 struct ImuMsg {
-  double time = 0.0;  ///< s since the Unix epoch
+  double time = 0.0;                                  ///< s since the Unix epoch
   float accelX = 0.0F, accelY = 0.0F, accelZ = 0.0F;  ///< m/s^2
   float gyroX = 0.0F, gyroY = 0.0F, gyroZ = 0.0F;     ///< rad/s
 };
@@ -50,13 +50,13 @@ struct MotorFrame {
 struct GnssMsg {
   double time = 0.0;  ///< s since the Unix epoch
   std::uint32_t satelliteNum = 0;
-  double latitude = 0.0;   ///< degrees
-  double longitude = 0.0;  ///< degrees
-  double altitude = 0.0;   ///< m; above the ellipsoid, `undulation` above the geoid less
+  double latitude = 0.0;    ///< degrees
+  double longitude = 0.0;   ///< degrees
+  double altitude = 0.0;    ///< m above the ellipsoid; less `undulation`, above the geoid
   double undulation = 0.0;  ///< m, geoid above ellipsoid
   double pdop = 0.0, hdop = 0.0, vdop = 0.0;
   double latSigma = 0.0, lonSigma = 0.0, hgtSigma = 0.0;  ///< m
-  std::uint32_t frame = 0;   ///< coordinate-frame code
+  std::uint32_t frame = 0;                                ///< coordinate-frame code
   std::uint32_t status = 0;  ///< mapped: raw 1 and 2 give 3, 3 gives 4, all else 999
 };
 
@@ -76,9 +76,9 @@ struct alignas(16) PointIRT {
   float positionPad = 1.0F;
   float normal_x = 0.0F, normal_y = 0.0F, normal_z = 0.0F;  // NOLINT(readability-identifier-naming)
   float normalPad = 0.0F;
-  float intensity = 0.0F;   ///< 0 to 255
-  double timestamp = 0.0;   ///< s since the Unix epoch, the point's own
-  std::uint16_t ring = 0;   ///< laser channel
+  float intensity = 0.0F;  ///< 0 to 255
+  double timestamp = 0.0;  ///< s since the Unix epoch, the point's own
+  std::uint16_t ring = 0;  ///< laser channel
 };
 
 /// Points in acquisition order; unorganised, so that width is the number of points and height is 1.

@@ -12,7 +12,8 @@ namespace morva {
 /// Payload in, frames out: one function per kind of topic.
 ///
 /// @param payload  One serialized array message.
-/// @return The frames in recorded order, none of them null; empty, without a log line, when the payload
+/// @return The frames in recorded order, none of them null; empty, without a log line, when the
+/// payload
 ///         cannot be parsed.
 /// Threads: any.
 class MsgConverter {

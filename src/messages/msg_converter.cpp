@@ -1,0 +1,94 @@
+#include "messages/msg_converter.h"
+
+#include <cstddef>
+
+#include <google/protobuf/arena.h>
+#include <google/protobuf/stubs/logging.h>
+
+#include "messages/msg_converter_pri.h"
+
+namespace morva {
+namespace {
+
+namespace pb = protix::kbag_msgs;
+
+/// Large blocks, so that the points of a scan do not cost a heap block each.
+google::protobuf::ArenaOptions arenaOptions() {
+  constexpr std::size_t kStartBlockBytes = 4 * 1024;
+  constexpr std::size_t kMaxBlockBytes = 256 * 1024;
+  google::protobuf::ArenaOptions options;
+  options.start_block_size = kStartBlockBytes;
+  options.max_block_size = kMaxBlockBytes;
+  return options;
+}
+
+/// @return False without a word where the payload is no `Array`: protobuf would write to standard
+/// error
+///         about text that is not UTF-8.
+bool parse(const std::string& payload, google::protobuf::Message* array) {
+  const google::protobuf::LogSilencer silencer;
+  return array->ParseFromString(payload);
+}
+
+/// Parses `payload` as an `Array` and converts each of its samples with `convert`.
+template <typename Frame, typename Array, typename Convert>
+MsgConverter::Frames<Frame> convertEach(const std::string& payload, Convert convert) {
+  google::protobuf::Arena arena(arenaOptions());
+  auto* const array = google::protobuf::Arena::CreateMessage<Array>(&arena);
+  if (!parse(payload, array)) return {};
+
+  MsgConverter::Frames<Frame> frames;
+  frames.reserve(static_cast<std::size_t>(array->msgs_size()));
+  for (const auto& msg : array->msgs()) {
+    if (std::shared_ptr<Frame> frame = convert(msg)) frames.push_back(std::move(frame));
+  }
+  return frames;
+}
+
+template <typename Frame, typename Array>
+MsgConverter::Frames<Frame> convertEach(const std::string& payload) {
+  return convertEach<Frame, Array>(payload,
+                                   [](const auto& msg) { return MsgConverterPri::fromPBMsg(msg); });
+}
+
+}  // namespace
+
+MsgConverter::Frames<ImuFrame> MsgConverter::fromImuMsgArray(const std::string& payload) {
+  return convertEach<ImuFrame, pb::ImuMsgArray>(payload);
+}
+
+MsgConverter::Frames<MagneticFrame> MsgConverter::fromMagneticMsgArray(const std::string& payload) {
+  return convertEach<MagneticFrame, pb::MagneticMsgArray>(payload);
+}
+
+MsgConverter::Frames<MotorFrame> MsgConverter::fromMotorMsgArray(const std::string& payload) {
+  return convertEach<MotorFrame, pb::OdometryMsgArray>(payload, [](const pb::OdometryMsg& msg) {
+    double angle = 0.0;
+    auto frame = MsgConverterPri::fromPBMsg(msg, &angle);
+    frame->angle = angle;
+    return frame;
+  });
+}
+
+MsgConverter::Frames<GnssFrame> MsgConverter::fromGnssMsgArray(const std::string& payload) {
+  return convertEach<GnssFrame, pb::GnssMsgArray>(payload);
+}
+
+MsgConverter::Frames<PointCloudFrame> MsgConverter::fromPointCloudMsgArray(
+    const std::string& payload) {
+  return convertEach<PointCloudFrame, pb::LidarPointMsgArray>(payload);
+}
+
+MsgConverter::Frames<ImageFrame> MsgConverter::fromImageMsgArray(const std::string& payload) {
+  return convertEach<ImageFrame, pb::ImageMsgArray>(payload);
+}
+
+MsgConverter::Frames<FileFrame> MsgConverter::fromFileMsgArray(const std::string& payload) {
+  return convertEach<FileFrame, pb::FileMsgArray>(payload);
+}
+
+MsgConverter::Frames<RawDataFrame> MsgConverter::fromRawDataMsgArray(const std::string& payload) {
+  return convertEach<RawDataFrame, pb::LogMsgArray>(payload);
+}
+
+}  // namespace morva
