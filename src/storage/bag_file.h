@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "morva/records.h"
@@ -16,10 +17,20 @@
 
 namespace morva {
 
-/// Base of the two storage objects, BagReader and BagWriter, with the records that they share. Its own
-/// operations fail: each derived class overrides those that it can do.
+/// Base of the two storage objects, BagReader and BagWriter, with the records that they share. Its
+/// own operations fail: each derived class overrides those that it can do.
 class BagFile {
  public:
+  /// Results of open(). Values reach logs and callers: never renumber, only append.
+  enum OpenCode : int {
+    kOpenOk = 0,
+    kOpenNoIndex = 1,      ///< reading: open, but no usable index
+    kOpenFailed = 4,       ///< the file cannot be opened or created
+    kOpenChecksum = 6,     ///< reading: the header's checksum is wrong
+    kOpenMalformed = 7,    ///< reading: short file, wrong tag, bad definition chunk
+    kOpenPrivateData = 8,  ///< writing: too much private data, or the header was not written
+  };
+
   /// The 4096-byte file header as it stands in the file, with access to its fields.
   class Header {
    public:
@@ -39,6 +50,9 @@ class BagFile {
     void setDataStart(std::uint64_t value);
     void setIndexChunkOffset(std::uint64_t value);
     void setPrivateSize(std::uint32_t value);
+    /// Copies `data`, cut to what the header can hold, over the private data; the size is set
+    /// apart.
+    void setPrivateData(std::string_view data);
 
     std::array<char, layout::kHeaderBytes> bytes{};
   };
@@ -66,6 +80,9 @@ class BagFile {
 
   /// The messages of one topic, in writing order.
   struct TopicIndex {
+    /// Adds a message whose chunk begins at `chunkOffset`.
+    void append(const TopicHeader& entry, std::uint64_t chunkOffset);
+
     std::uint32_t countSum = 0;
     std::uint64_t rawSizeSum = 0;
     std::int64_t startTime = 0;  ///< smallest first header time; 0 until the first message

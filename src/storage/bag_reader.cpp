@@ -1,0 +1,228 @@
+#include "storage/bag_reader.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "platform/byte_order.h"
+#include "platform/crc32.h"
+#include "platform/data_crypto.h"
+#include "storage/index_codec.h"
+
+namespace morva {
+namespace {
+
+constexpr std::string_view kGenericLidar = "/lidar";
+
+/// Text up to a NUL, or all of it.
+std::string_view untilNul(std::string_view bytes) { return bytes.substr(0, bytes.find('\0')); }
+
+bool isLidarModel(std::string_view topic) {
+  return topic == "/hesai/pandar" || topic == "/livox/lidar";
+}
+
+}  // namespace
+
+BagReader::~BagReader() { BagReader::close(); }
+
+int BagReader::open(const std::string& path) {
+  if (file_) return kOpenOk;
+  file_ = std::make_shared<osmik::File>();
+  if (!file_->open(path, osmik::OpenMode::kRead)) {
+    log_.error("open file(%s) error!", path);
+    file_.reset();
+    return kOpenFailed;
+  }
+  const int code = load(path);
+  if (code == kOpenOk || code == kOpenNoIndex) {
+    hasIndex_ = true;
+    path_ = path;
+    return code;
+  }
+  file_.reset();
+  log_.error("open file(%s) error: %d!", path_, code);
+  return code;
+}
+
+int BagReader::load(const std::string& path) {
+  topicIds_.clear();
+  topicNames_.clear();
+  topicIndexes_.clear();
+  fileSize_ = file_->size();
+  if (const int code = readHeader(path); code != kOpenOk) return code;
+  compressor_ = makeCompressor(header_.compression());
+  if (header_.version() != layout::kVersion) decryptPrivateData();
+  if (const int code = readDefinition(); code != kOpenOk) return code;
+  return loadIndex(path);
+}
+
+int BagReader::readHeader(const std::string& path) {
+  const Log log("BagReader", "open");
+  const std::int64_t count = file_->read(header_.bytes.data(), header_.bytes.size());
+  if (count != static_cast<std::int64_t>(header_.bytes.size())) {
+    log.error("file(%s) header error, ret: %d!", path, count);
+    return kOpenMalformed;
+  }
+  const std::string_view image(header_.bytes.data(), header_.bytes.size());
+  if (!image.starts_with(layout::kTag)) {
+    log.error("file(%s) tag[%s] error!", path, untilNul(image));
+    return kOpenMalformed;
+  }
+  if (Crc32(image.data(), layout::kHeaderCrcOffset) != header_.checksum()) {
+    log.error("header checksum error!");
+    return kOpenChecksum;
+  }
+  if (header_.indexChunkOffset() == 0) log.warning("file(%s) has no index chunk!", path);
+  return kOpenOk;
+}
+
+void BagReader::decryptPrivateData() {
+  header_.setPrivateData(DataCrypto::decrypt(header_.privateData()));
+}
+
+int BagReader::readDefinition() {
+  const Log log("BagReader", "open");
+  Chunk chunk;
+  std::int64_t end = 0;
+  if (read(&chunk, layout::kHeaderBytes, &end) < 0) {
+    log.error("read definition chunk error!");
+    return kOpenMalformed;
+  }
+  if (chunk.type != layout::kDefinitionChunk) {
+    log.error("definition chunk error!");
+    return kOpenMalformed;
+  }
+  if (chunk.data.size() % layout::kTopicRecordBytes != 0) {
+    log.error("definition chunk data(size: %d) error!", chunk.data.size());
+    return kOpenMalformed;
+  }
+  addTopics(chunk.data);
+  header_.setDataStart(static_cast<std::uint64_t>(end));
+  return kOpenOk;
+}
+
+void BagReader::addTopics(const std::string& records) {
+  for (std::size_t at = 0; at < records.size(); at += layout::kTopicRecordBytes) {
+    const std::string_view record = std::string_view(records).substr(at, layout::kTopicRecordBytes);
+    const auto id = loadLe<std::uint32_t>(record.data());
+    const std::string name(untilNul(record.substr(layout::kTopicNameOffset)));
+    topicIds_.emplace(name, id);
+    topicNames_.emplace(id, name);
+    if (isLidarModel(name)) topicIds_.emplace(kGenericLidar, id);
+  }
+}
+
+int BagReader::loadIndex(const std::string& path) {
+  const Log log("BagReader", "open");
+  const std::string sidePath = path + std::string(layout::kSideFileSuffix);
+  const bool hasChunk = header_.indexChunkOffset() != 0;
+  if (hasChunk && !osmik::File::exists(sidePath)) return loadIndexChunk();
+  if (createTopicIndexFromFile(header_, sidePath)) return kOpenOk;
+  log.warning(hasChunk ? "create index from file error!" : "load index file error!");
+  return kOpenNoIndex;
+}
+
+int BagReader::loadIndexChunk() {
+  const Log log("BagReader", "open");
+  Chunk chunk;
+  if (read(&chunk, static_cast<std::int64_t>(header_.indexChunkOffset()), nullptr) < 0) {
+    log.warning("read index chunk error!");
+    return kOpenNoIndex;
+  }
+  if (chunk.type != layout::kIndexChunk) {
+    log.warning("extend chunk type(0x%04X) error!", chunk.type);
+    return kOpenNoIndex;
+  }
+  if (!createTopicIndex(chunk)) {
+    log.warning("create index error!");
+    return kOpenNoIndex;
+  }
+  return kOpenOk;
+}
+
+bool BagReader::createTopicIndex(const Chunk& indexChunk) {
+  if (decodeTopicIndexes(indexChunk.data, &topicIndexes_)) return true;
+  log_.error("PBChunkIndexData unpack error!");
+  return false;
+}
+
+bool BagReader::createTopicIndexFromFile(const Header& header, const std::string& indexPath) {
+  if (!osmik::File::exists(indexPath)) return false;
+  osmik::File file;
+  if (!file.open(indexPath, osmik::OpenMode::kRead)) {
+    log_.error("open index file(%s) error!", indexPath);
+    return false;
+  }
+  Header side;
+  const auto size = static_cast<std::int64_t>(side.bytes.size());
+  if (file.read(side.bytes.data(), side.bytes.size()) != size) {
+    log_.error("read index file(%s) error!", indexPath);
+    return false;
+  }
+  if (!std::equal(side.bytes.begin(), side.bytes.begin() + layout::kMatchBytes,
+                  header.bytes.begin())) {
+    log_.error("index file(%s) not match!", indexPath);
+    return false;
+  }
+  if (side.indexChunkOffset() != layout::kHeaderBytes) {
+    log_.error("index chunk offset(0x%08X) error!", side.indexChunkOffset());
+    return false;
+  }
+  Chunk chunk;
+  if (!readSideChunk(&file, &chunk)) return false;
+  if (!createTopicIndex(chunk)) {
+    log_.error("create index error!");
+    return false;
+  }
+  return true;
+}
+
+bool BagReader::readSideChunk(osmik::File* file, Chunk* chunk) const {
+  const Log log("BagReader", "createTopicIndexFromFile");
+  std::array<char, layout::kChunkPrefixBytes + layout::kMinChunkHeaderBytes + 4> prefix{};
+  const std::int64_t count = file->read(prefix.data(), prefix.size());
+  const auto rawSize =
+      loadLe<std::uint32_t>(&prefix[layout::kChunkPrefixBytes + layout::kRawSizeOffset]);
+  const auto size = loadLe<std::uint32_t>(&prefix[prefix.size() - 4]);
+  if (count != static_cast<std::int64_t>(prefix.size()) || rawSize == 0 || size == 0) {
+    log.error("read chunk header error!");
+    return false;
+  }
+  std::string data;
+  const bool holdsData = file->size() - file->pos() >= size;
+  if (holdsData) data.resize(size);
+  if (!holdsData || file->read(data.data(), size) != size) {
+    log.error("read chunk data error!");
+    return false;
+  }
+  std::array<char, layout::kCrcBytes> crcBytes{};
+  if (file->read(crcBytes.data(), crcBytes.size()) != layout::kCrcBytes) {
+    log.error("read chunk crc32 error!");
+    return false;
+  }
+  const auto stored = loadLe<std::uint32_t>(crcBytes.data());
+  const std::uint32_t computed = Crc32(data.data(), data.size());
+  if (stored != computed) {
+    log.error("chunk crc32 check error: 0x%08X -> 0x%08X!", stored, computed);
+    return false;
+  }
+  if (rawSize == size) {
+    chunk->data = std::move(data);
+  } else if (!compressor_ ||
+             compressor_->decompress(data.data(), data.size(), rawSize, &chunk->data) < 1) {
+    chunk->data.clear();
+  }
+  return true;
+}
+
+bool BagReader::close() {
+  const std::lock_guard lock(mutex_);
+  if (file_) file_->close();  // nothing was written that could be lost
+  file_.reset();
+  hasIndex_ = false;
+  return true;
+}
+
+}  // namespace morva

@@ -1,0 +1,105 @@
+#ifndef MORVA_STORAGE_BAG_READER_H_
+#define MORVA_STORAGE_BAG_READER_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "platform/log.h"
+#include "storage/bag_file.h"
+
+namespace morva {
+
+/// Reads an existing bag: its header, topic table and index at open(), then single chunks and
+/// messages.
+///
+/// Closed -> open() -> open, with an index or without -> close() -> closed. A failed open() leaves
+/// it closed. The topic tables outlive close(), until the next open().
+///
+/// What the file says about sizes is checked against what the file holds before any memory is
+/// taken. Every failure is a return value and one log line. Threads: the reads may be called from
+/// any number of threads at the same time, and beside close(); open() must not run at the same time
+/// as anything else. Checksums and decompression run unlocked.
+class BagReader final : public BagFile {
+ public:
+  using TopicNames = std::map<std::uint32_t, std::string>;
+
+  BagReader() = default;
+  ~BagReader() override;
+
+  /// @return 0, also when a file is open already, which is left alone; kOpenNoIndex: chunks can be
+  ///         read, there are no topic indexes; kOpenFailed, kOpenChecksum or kOpenMalformed.
+  [[nodiscard]] int open(const std::string& path) override;
+  /// @return True.
+  bool close() override;
+
+  /// True from any successful open(), kOpenNoIndex included, to close().
+  [[nodiscard]] bool hasIndex() const { return hasIndex_; }
+
+  /// Topic names by id, as the definition chunk has them. Unlike topicIds(), where "/lidar" may
+  /// stand for a lidar model's topic, no name here is an alias.
+  [[nodiscard]] const TopicNames& topicNames() const { return topicNames_; }
+
+  /// Reads the chunk that begins at `offset` and verifies its checksum.
+  /// @param chunk  [in/out] headerOnly is read; type, header and data are replaced. Data is
+  /// restored.
+  /// @param next   [out, may be null] Offset of the following chunk, on success.
+  /// @return Length of the restored data; with headerOnly the stored data size, nothing verified
+  /// but
+  ///         that the file holds the whole chunk; or -1.
+  [[nodiscard]] std::int64_t read(Chunk* chunk, std::int64_t offset, std::int64_t* next) override;
+
+  /// Reads one message and verifies its checksum. The chunk's own framing is not read.
+  /// @param index  topicId, count, rawSize, storedSize and chunkOffset are used. Count 0 and size 0
+  ///               cannot be read.
+  /// @param data   [out] The payload; unspecified on failure.
+  /// @return Length of the payload, or -1.
+  [[nodiscard]] std::int64_t read(const MsgIndex& index, std::string* data) override;
+
+  /// Searches forward from `offset`, after damage, for something that may be a chunk, and reads
+  /// there. Steps of 1024 bytes; the last byte 0x01 of the first step that has one is taken for a
+  /// chunk start. Where the read at that place fails, the caller decides where to go on.
+  /// @return As read(); -1 without a line at the end of the file.
+  [[nodiscard]] std::int64_t readNextChunk(Chunk* chunk, std::int64_t offset,
+                                           std::int64_t* next) override;
+
+ private:
+  /// What a read takes from the file beside the bytes themselves.
+  struct Stored {
+    std::uint32_t size = 0;  ///< bytes of the data
+    std::uint32_t crc = 0;
+    std::int64_t end = 0;  ///< offset past the checksum
+  };
+
+  [[nodiscard]] int load(const std::string& path);
+  [[nodiscard]] int readHeader(const std::string& path);
+  void decryptPrivateData();
+  [[nodiscard]] int readDefinition();
+  void addTopics(const std::string& records);
+  [[nodiscard]] int loadIndex(const std::string& path);
+  [[nodiscard]] int loadIndexChunk();
+  [[nodiscard]] bool createTopicIndex(const Chunk& indexChunk);
+  [[nodiscard]] bool createTopicIndexFromFile(const Header& header, const std::string& indexPath);
+  [[nodiscard]] bool readSideChunk(osmik::File* file, Chunk* chunk) const;
+
+  [[nodiscard]] bool seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& log);
+  [[nodiscard]] bool readFraming(Chunk* chunk, std::int64_t offset, Stored* stored);
+  [[nodiscard]] std::int64_t skipData(std::uint32_t size, std::int64_t* next);
+  [[nodiscard]] bool readStored(std::string* data, Stored* stored);
+  [[nodiscard]] std::int64_t restore(Chunk* chunk, std::int64_t offset) const;
+  [[nodiscard]] bool seekToMessage(const MsgIndex& index, const std::string* data);
+  [[nodiscard]] std::int64_t findChunk();
+  template <typename T>
+  [[nodiscard]] std::int64_t readValue(T* value);
+  [[nodiscard]] std::int64_t bytesLeft(std::int64_t wanted);
+
+  const Log log_{"BagReader"};
+  bool hasIndex_ = false;
+  std::int64_t fileSize_ = 0;  ///< as last looked at: a bag may still be growing
+  TopicNames topicNames_;
+};
+
+}  // namespace morva
+
+#endif  // MORVA_STORAGE_BAG_READER_H_

@@ -1,0 +1,236 @@
+#include "storage/bag_reader.h"
+
+// The reads of BagReader: a chunk, a message, the search for the next chunk. All of them hold the
+// lock while they use the file and verify and decompress without it.
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include "platform/byte_order.h"
+#include "platform/crc32.h"
+
+namespace morva {
+namespace {
+
+constexpr std::int64_t kCrcBytes = layout::kCrcBytes;
+
+const Log& readLog() {
+  static const Log log("BagReader", "read");
+  return log;
+}
+
+const Log& searchLog() {
+  static const Log log("BagReader", "readNextChunk");
+  return log;
+}
+
+}  // namespace
+
+std::int64_t BagReader::read(Chunk* chunk, std::int64_t offset, std::int64_t* next) {
+  Stored stored;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!seekToChunk(chunk, offset, readLog())) return -1;
+    if (!readFraming(chunk, offset, &stored)) return -1;
+    if (chunk->headerOnly) return skipData(stored.size, next);
+    if (!readStored(&chunk->data, &stored)) return -1;
+  }
+  const std::uint32_t computed = Crc32(chunk->data.data(), chunk->data.size());
+  if (computed != stored.crc) {
+    readLog().error(
+        "crc32 error(0x%08X : 0x%08X), chunk offset: 0x%016llX, crc32 offset: 0x%016llX, "
+        "crc data len: %d!",
+        computed, stored.crc, offset, stored.end, stored.size);
+    return -1;
+  }
+  if (next != nullptr) *next = stored.end;
+  return restore(chunk, offset);
+}
+
+bool BagReader::seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& log) {
+  if (!file_ || chunk == nullptr || offset <= 0) {
+    log.error("offset: %lld, param error!", offset);
+    return false;
+  }
+  const std::int64_t position = file_->seek(offset);
+  if (position != offset) log.error("set offset(%lld) error: %lld!", offset, position);
+  return position == offset;
+}
+
+template <typename T>
+std::int64_t BagReader::readValue(T* value) {
+  std::array<char, sizeof(T)> bytes{};
+  const std::int64_t count = file_->read(bytes.data(), bytes.size());
+  *value = loadLe<T>(bytes.data());
+  return count;
+}
+
+bool BagReader::readFraming(Chunk* chunk, std::int64_t offset, Stored* stored) {
+  const Log& log = readLog();
+  chunk->type = 0;
+  chunk->header.clear();
+  chunk->data.clear();
+
+  std::uint32_t chunkSize = 0;  // what the other sizes add up to
+  if (const auto count = readValue(&chunkSize); count != sizeof chunkSize) {
+    log.error("read chunk size error, offset: %lld, ret: %d!", offset, count);
+    return false;
+  }
+  if (const auto count = readValue(&chunk->type); count != sizeof chunk->type) {
+    log.error("read chunk type error, ret: %d!", count);
+    return false;
+  }
+  std::uint16_t headerSize = 0;
+  if (const auto count = readValue(&headerSize); count != sizeof headerSize) {
+    log.error("read chunk header size error, ret: %d!", count);
+    return false;
+  }
+  if (headerSize < layout::kMinChunkHeaderBytes) {
+    log.error("chunk header size(%d < %d) error!", headerSize, layout::kMinChunkHeaderBytes);
+    return false;
+  }
+  chunk->header.resize(headerSize);
+  if (const auto count = file_->read(chunk->header.data(), headerSize); count != headerSize) {
+    log.error("read chunk header error, ret: %d!", count);
+    return false;
+  }
+  if (const auto count = readValue(&stored->size); count != sizeof stored->size) {
+    log.error("read data size error, ret: %d!", count);
+    return false;
+  }
+  return true;
+}
+
+std::int64_t BagReader::skipData(std::uint32_t size, std::int64_t* next) {
+  const std::int64_t rest = std::int64_t{size} + kCrcBytes;
+  if (bytesLeft(rest) < rest) return -1;
+  const std::int64_t end = file_->pos() + rest;
+  if (file_->seek(end) != end) return -1;
+  if (next != nullptr) *next = end;
+  return size;
+}
+
+bool BagReader::readStored(std::string* data, Stored* stored) {
+  const std::int64_t size = stored->size;
+  const std::int64_t left = bytesLeft(size + kCrcBytes);
+  if (left < size) {
+    readLog().error("read data(%u) error, ret: %d!", size, left);
+    return false;
+  }
+  // One read for data and checksum: the checksum is cut off again below.
+  data->resize(stored->size + layout::kCrcBytes);
+  const std::int64_t count = file_->read(data->data(), data->size());
+  if (size > 0 && count < size) {
+    readLog().error("read data(%u) error, ret: %d!", size, count);
+    return false;
+  }
+  if (count < size + kCrcBytes) {
+    readLog().error("read crc32 error, ret: %d!", count - size);
+    return false;
+  }
+  stored->crc = loadLe<std::uint32_t>(data->data() + size);
+  stored->end = file_->pos();
+  data->resize(stored->size);
+  return true;
+}
+
+std::int64_t BagReader::restore(Chunk* chunk, std::int64_t offset) const {
+  const auto rawSize = loadLe<std::uint32_t>(&chunk->header[layout::kRawSizeOffset]);
+  if (compressor_ && rawSize != chunk->data.size()) {
+    std::string restored;
+    if (compressor_->decompress(chunk->data.data(), chunk->data.size(), rawSize, &restored) < 1) {
+      readLog().error("decompress error, chunk offset: 0x%016llX, msg size: %d!", offset, rawSize);
+      return -1;
+    }
+    chunk->data = std::move(restored);
+  }
+  return static_cast<std::int64_t>(chunk->data.size());
+}
+
+std::int64_t BagReader::read(const MsgIndex& index, std::string* data) {
+  Stored stored;
+  stored.size = index.storedSize;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!seekToMessage(index, data)) return -1;
+    if (!readStored(data, &stored)) return -1;
+  }
+  const std::uint32_t computed = Crc32(data->data(), data->size());
+  if (computed != stored.crc) {
+    readLog().error("crc32 error(0x%08X : 0x%08X), chunk offset: 0x%016llX, msg data size: %u!",
+                    computed, stored.crc, index.chunkOffset, index.storedSize);
+    return -1;
+  }
+  if (!compressor_ || index.rawSize == index.storedSize) return index.storedSize;
+
+  std::string restored;
+  if (compressor_->decompress(data->data(), data->size(), index.rawSize, &restored) < 1) {
+    readLog().error("decompress error, chunk offset: 0x%016llX!", index.chunkOffset);
+    return -1;
+  }
+  *data = std::move(restored);
+  return static_cast<std::int64_t>(data->size());
+}
+
+bool BagReader::seekToMessage(const MsgIndex& index, const std::string* data) {
+  constexpr auto kMaxOffset = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  const auto topicId = static_cast<std::int32_t>(index.topicId);
+  if (!file_ || data == nullptr || topicId < 0 || index.rawSize < index.storedSize ||
+      index.count == 0 || index.rawSize == 0 || index.chunkOffset < layout::kHeaderBytes) {
+    readLog().error("topicId: %d, offset: %lld, index error!", topicId,
+                    static_cast<std::int64_t>(index.chunkOffset));
+    return false;
+  }
+  const auto target = static_cast<std::int64_t>(index.chunkOffset + layout::kTopicDataOffset);
+  if (index.chunkOffset > kMaxOffset - layout::kTopicDataOffset || file_->seek(target) != target) {
+    readLog().error("set offset(%lld) error!", target);
+    return false;
+  }
+  return true;
+}
+
+std::int64_t BagReader::readNextChunk(Chunk* chunk, std::int64_t offset, std::int64_t* next) {
+  std::int64_t match = -1;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!seekToChunk(chunk, offset, searchLog())) return -1;
+    match = findChunk();
+  }
+  return match < 0 ? -1 : read(chunk, match, next);
+}
+
+std::int64_t BagReader::findChunk() {
+  constexpr std::size_t kStepBytes = 1024;
+  constexpr std::size_t kDropBytes = 4096;
+  constexpr std::size_t kMaxBufferBytes = 4099;
+  // First byte of 01 00 24 00, the type and header size of a topic data chunk. It alone is
+  // searched.
+  constexpr char kMark = 0x01;
+
+  std::string buffer;
+  std::array<char, kStepBytes> step;
+  while (true) {
+    const std::int64_t count = file_->read(step.data(), step.size());
+    if (count < 1) return -1;
+    buffer.append(step.data(), static_cast<std::size_t>(count));
+    if (const std::size_t at = buffer.rfind(kMark); at != std::string::npos) {
+      const std::int64_t position = file_->pos();
+      const std::int64_t match =
+          position - static_cast<std::int64_t>(buffer.size()) + static_cast<std::int64_t>(at);
+      searchLog().info("---current offset:0x%016llx, start:%d(%d)", position, at, buffer.size());
+      searchLog().info("find new chunk at offset: 0x%016llx", match);
+      return match;
+    }
+    if (buffer.size() > kMaxBufferBytes) buffer.erase(0, kDropBytes);
+  }
+}
+
+std::int64_t BagReader::bytesLeft(std::int64_t wanted) {
+  const std::int64_t at = file_->pos();
+  if (fileSize_ - at < wanted) fileSize_ = file_->size();
+  return std::max<std::int64_t>(fileSize_ - at, 0);
+}
+
+}  // namespace morva

@@ -1,0 +1,116 @@
+#include "storage/index_codec.h"
+
+#include <climits>
+
+#include <google/protobuf/arena.h>
+
+#include "kbag_msgs.pb.h"
+#include "platform/byte_order.h"
+
+namespace morva {
+namespace {
+
+using protix::kbag_msgs::ChunkIndex;
+using protix::kbag_msgs::ChunkIndexData;
+using protix::kbag_msgs::ChunkInfo;
+
+void encodeEntry(const BagFile::TopicHeader& entry, ChunkInfo* info) {
+  info->set_time(entry.time);
+  info->set_count(entry.count);
+  info->set_raw_size(entry.rawSize);
+  info->set_first_header_time(entry.headerTimes[0]);
+  info->set_second_header_time(entry.headerTimes[1]);
+  info->set_stored_size(entry.storedSize);
+}
+
+BagFile::TopicHeader decodeEntry(const ChunkInfo& info, std::uint32_t topicId) {
+  BagFile::TopicHeader entry;
+  entry.time = info.time();
+  entry.rawSize = info.raw_size();
+  entry.count = info.count();
+  entry.headerTimes = {info.first_header_time(), info.second_header_time()};
+  entry.topicId = static_cast<std::int32_t>(topicId);
+  entry.storedSize = info.stored_size();
+  return entry;
+}
+
+void encodeIndex(const BagFile::TopicIndex& index, ChunkIndex* message) {
+  message->set_count_sum(index.countSum);
+  message->set_raw_size_sum(index.rawSizeSum);
+  message->set_start_time(index.startTime);
+  message->set_end_time(index.endTime);
+  message->mutable_chunk_offsets()->Add(index.chunkOffsets.begin(), index.chunkOffsets.end());
+  message->mutable_infos()->Reserve(static_cast<int>(index.entries.size()));
+  for (const BagFile::TopicHeader& entry : index.entries) encodeEntry(entry, message->add_infos());
+}
+
+std::shared_ptr<BagFile::TopicIndex> decodeIndex(const ChunkIndex& message) {
+  auto index = std::make_shared<BagFile::TopicIndex>();
+  index->countSum = message.count_sum();
+  index->rawSizeSum = message.raw_size_sum();
+  index->startTime = message.start_time();
+  index->endTime = message.end_time();
+  index->chunkOffsets.assign(message.chunk_offsets().begin(), message.chunk_offsets().end());
+  index->entries.reserve(static_cast<std::size_t>(message.infos_size()));
+  for (const ChunkInfo& info : message.infos()) {
+    index->entries.push_back(decodeEntry(info, message.topic_id()));
+  }
+  return index;
+}
+
+}  // namespace
+
+std::string encodeTopicHeader(const BagFile::TopicHeader& entry) {
+  std::string bytes;
+  bytes.reserve(layout::kTopicHeaderBytes);
+  appendLe<std::int64_t>(&bytes, entry.time);
+  appendLe<std::uint32_t>(&bytes, entry.rawSize);
+  appendLe<std::uint32_t>(&bytes, entry.count);
+  appendLe<std::int64_t>(&bytes, entry.headerTimes[0]);
+  appendLe<std::int64_t>(&bytes, entry.headerTimes[1]);
+  appendLe<std::uint32_t>(&bytes, static_cast<std::uint32_t>(entry.topicId));
+  return bytes;
+}
+
+bool decodeTopicHeader(std::string_view header, BagFile::TopicHeader* entry) {
+  if (header.size() < layout::kTopicHeaderBytes) return false;
+  const char* const bytes = header.data();
+  entry->time = loadLe<std::int64_t>(bytes + layout::kTopicTimeOffset);
+  entry->rawSize = loadLe<std::uint32_t>(bytes + layout::kRawSizeOffset);
+  entry->count = loadLe<std::uint32_t>(bytes + layout::kTopicCountOffset);
+  entry->headerTimes = {loadLe<std::int64_t>(bytes + layout::kTopicFirstTimeOffset),
+                        loadLe<std::int64_t>(bytes + layout::kTopicSecondTimeOffset)};
+  entry->topicId = loadLe<std::int32_t>(bytes + layout::kTopicIdOffset);
+  return true;
+}
+
+bool encodeTopicIndexes(const BagFile::TopicIndexes& indexes, std::string* data) {
+  data->clear();
+  google::protobuf::Arena arena;
+  auto* const message = google::protobuf::Arena::CreateMessage<ChunkIndexData>(&arena);
+  for (const auto& [topicId, index] : indexes) {
+    ChunkIndex* const topic = message->add_indexes();
+    topic->set_topic_id(topicId);
+    encodeIndex(*index, topic);
+  }
+  if (message->ByteSizeLong() > INT_MAX || !message->SerializeToString(data)) {
+    data->clear();
+    return false;
+  }
+  return true;
+}
+
+bool decodeTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes) {
+  if (data.empty() || data.size() > INT_MAX) return false;
+  google::protobuf::Arena arena;
+  auto* const message = google::protobuf::Arena::CreateMessage<ChunkIndexData>(&arena);
+  if (!message->ParseFromArray(data.data(), static_cast<int>(data.size()))) return false;
+  for (const ChunkIndex& topic : message->indexes()) {
+    if (topic.chunk_offsets().empty() || topic.chunk_offsets_size() != topic.infos_size()) continue;
+    if (indexes->contains(topic.topic_id())) continue;
+    indexes->emplace(topic.topic_id(), decodeIndex(topic));
+  }
+  return true;
+}
+
+}  // namespace morva
