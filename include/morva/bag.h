@@ -54,8 +54,8 @@ class MorvaBag {
   /// Opens `path`. A write creates the file, which must not exist, from the three write options below
   /// and stores `privateData` (at most 4056 bytes, a serialized DeviceInfo message or empty) in its
   /// header; a read ignores `privateData`.
-  /// @return 0 or an OpenCode. After a failure the handle is closed, except that a refused topic list
-  ///         leaves the new file open, for the caller to close.
+  /// @return 0 or an OpenCode. Codes 2, 3 and 9 leave the handle as it was; a refused topic list leaves
+  ///         the new file open, for the caller to close; after any other failure the handle is closed.
   [[nodiscard]] int open(const std::string& path, BagMode mode, const std::string& privateData = {});
 
   /// Closes what is open: a bag being written gets its index and final header here.
