@@ -1,20 +1,20 @@
 #include "platform/file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/file_calls.h"
 
 namespace osmik {
 namespace {
 
-constexpr std::size_t kReadAheadBytes = 64 * 1024;  // when reading goes on where it stopped
-constexpr std::size_t kRandomReadBytes = 4 * 1024;  // after a jump
+constexpr std::size_t kReadAheadBytes = 64 * 1024;      // when reading goes on where it stopped
+constexpr std::size_t kRandomReadBytes = 4 * 1024;      // after a jump
+constexpr std::size_t kMaxReservedBytes = 1024 * 1024;  // a larger write buffer grows as it is used
 
 int openFlags(OpenMode mode) {
   // Non-blocking: opening a pipe must not wait for its other end. Regular files do not notice.
@@ -61,7 +61,7 @@ bool File::open(const std::string& path, OpenMode mode) {
   position_ = 0;
   bufferStart_ = 0;
   buffer_.clear();
-  if (writing_) buffer_.reserve(writeBufferSize());
+  if (writing_) buffer_.reserve(std::min(writeBufferSize(), kMaxReservedBytes));
   return true;
 }
 
@@ -77,8 +77,8 @@ bool File::isServable(OpenMode mode) const {
 std::int64_t File::readAt(void* out, std::size_t size, std::int64_t offset) const {
   std::size_t done = 0;
   while (done < size) {
-    const ssize_t count = FileCalls::current().pread(fd_, static_cast<char*>(out) + done, size - done,
-                                                     offset + static_cast<std::int64_t>(done));
+    const ssize_t count = FileCalls::current().pread(
+        fd_, static_cast<char*>(out) + done, size - done, offset + static_cast<std::int64_t>(done));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0 && done == 0) return -1;
     if (count <= 0) break;

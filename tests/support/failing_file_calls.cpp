@@ -11,9 +11,18 @@ FailingFileCalls::~FailingFileCalls() { osmik::FileCalls::replace(nullptr); }
 void FailingFileCalls::fail(Call call, int nth, int times, int error) {
   const std::lock_guard lock(mutex_);
   Plan& plan = plans_[call];
-  plan.first = plan.calls + nth;
-  plan.times = times;
-  plan.error = error;
+  plan.failures.push_back({plan.calls + nth, times, error});
+}
+
+void FailingFileCalls::shorten(Call call, int nth, std::size_t bytes) {
+  const std::lock_guard lock(mutex_);
+  Plan& plan = plans_[call];
+  plan.lengths[plan.calls + nth] = bytes;
+}
+
+void FailingFileCalls::limitFileBytes(std::int64_t bytes) {
+  const std::lock_guard lock(mutex_);
+  fileBytes_ = bytes >= 0 ? bytes : std::numeric_limits<std::int64_t>::max();
 }
 
 void FailingFileCalls::fillDiskAfter(std::int64_t bytes) {
@@ -37,11 +46,28 @@ bool FailingFileCalls::fails(Call call, const std::string& path) {
   if (!path.ends_with(suffix_)) return false;
   Plan& plan = plans_[call];
   ++plan.calls;
-  if (plan.first == 0 || plan.calls < plan.first || plan.calls - plan.first >= plan.times) {
-    return false;
+  for (const Failure& failure : plan.failures) {
+    if (plan.calls < failure.first || plan.calls - failure.first >= failure.times) continue;
+    errno = failure.error;
+    return true;
   }
-  errno = plan.error;
-  return true;
+  return false;
+}
+
+std::size_t FailingFileCalls::allowed(Call call, std::size_t size) const {
+  const std::lock_guard lock(mutex_);
+  const auto plan = plans_.find(call);
+  if (plan == plans_.end()) return size;
+  const auto length = plan->second.lengths.find(plan->second.calls);
+  return length == plan->second.lengths.end() ? size : std::min(size, length->second);
+}
+
+std::size_t FailingFileCalls::takeRoom(std::size_t size, off_t offset) {
+  const std::lock_guard lock(mutex_);
+  const std::int64_t room = std::min(diskBytes_, std::max<std::int64_t>(fileBytes_ - offset, 0));
+  const std::int64_t taken = std::min(static_cast<std::int64_t>(size), room);
+  diskBytes_ -= taken;
+  return static_cast<std::size_t>(taken);
 }
 
 std::string FailingFileCalls::pathOf(int fd) const {
@@ -63,24 +89,20 @@ int FailingFileCalls::fstat(int fd, struct stat* status) {
 }
 
 ssize_t FailingFileCalls::pread(int fd, void* out, std::size_t size, off_t offset) {
-  return fails(Call::kPread, pathOf(fd)) ? -1 : FileCalls::pread(fd, out, size, offset);
+  if (fails(Call::kPread, pathOf(fd))) return -1;
+  return FileCalls::pread(fd, out, allowed(Call::kPread, size), offset);
 }
 
 ssize_t FailingFileCalls::pwrite(int fd, const void* data, std::size_t size, off_t offset) {
   const std::string path = pathOf(fd);
   if (fails(Call::kPwrite, path)) return -1;
-  std::size_t allowed = size;
-  if (path.ends_with(suffix_)) {
-    const std::lock_guard lock(mutex_);
-    allowed = static_cast<std::size_t>(
-        std::min<std::int64_t>(static_cast<std::int64_t>(size), diskBytes_));
-    diskBytes_ -= static_cast<std::int64_t>(allowed);
-  }
-  if (allowed == 0 && size > 0) {
+  std::size_t count = allowed(Call::kPwrite, size);
+  if (path.ends_with(suffix_)) count = takeRoom(count, offset);
+  if (count == 0 && size > 0) {
     errno = ENOSPC;
     return -1;
   }
-  return FileCalls::pwrite(fd, data, allowed, offset);
+  return FileCalls::pwrite(fd, data, count, offset);
 }
 
 int FailingFileCalls::ftruncate(int fd, off_t size) {

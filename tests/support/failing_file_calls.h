@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/file_calls.h"
 
@@ -26,10 +27,16 @@ class FailingFileCalls final : public osmik::FileCalls {
 
   /// Lets the n-th call of a kind (1: the next one) and `times` - 1 calls after it fail with
   /// `error`. A close that fails has closed the descriptor all the same, as the system's does.
+  /// Several may be set for one kind.
   void fail(Call call, int nth = 1, int times = kForever, int error = ENOSPC);
   /// Lets writes succeed for `bytes` more bytes in all; the one that passes them is cut short and
   /// the next fails, as on a disk that is full.
   void fillDiskAfter(std::int64_t bytes);
+  /// Lets the n-th pread or pwrite from now on succeed with `bytes` bytes at most.
+  void shorten(Call call, int nth, std::size_t bytes);
+  /// Lets no file grow beyond `bytes`; what fits is taken, and writing over old bytes works.
+  /// Negative: no limit any more.
+  void limitFileBytes(std::int64_t bytes);
   /// Leaves files alone whose path does not end in `suffix`; they do not count either.
   void onlyFilesThatEndIn(const std::string& suffix);
   /// Calls of a kind so far that counted.
@@ -44,14 +51,20 @@ class FailingFileCalls final : public osmik::FileCalls {
   int close(int fd) override;
 
  private:
-  struct Plan {
-    int calls = 0;
-    int first = 0;  ///< 0: never
+  struct Failure {
+    int first = 0;  ///< number of the first call that fails, from 1
     int times = 0;
     int error = 0;
   };
+  struct Plan {
+    int calls = 0;
+    std::vector<Failure> failures;
+    std::map<int, std::size_t> lengths;  ///< by number of the call
+  };
 
   [[nodiscard]] bool fails(Call call, const std::string& path);
+  [[nodiscard]] std::size_t allowed(Call call, std::size_t size) const;
+  [[nodiscard]] std::size_t takeRoom(std::size_t size, off_t offset);
   [[nodiscard]] std::string pathOf(int fd) const;
 
   mutable std::mutex mutex_;
@@ -59,6 +72,7 @@ class FailingFileCalls final : public osmik::FileCalls {
   std::map<int, std::string> paths_;
   std::string suffix_;
   std::int64_t diskBytes_ = std::numeric_limits<std::int64_t>::max();
+  std::int64_t fileBytes_ = std::numeric_limits<std::int64_t>::max();
 };
 
 }  // namespace morva::test

@@ -1,0 +1,32 @@
+#include "platform/crc32.h"
+
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/bag_builder.h"
+
+using morva::test::referenceCrc32;
+
+TEST(Crc32, GivesCheckValueOfTheVariant) {
+  EXPECT_EQ(Crc32("123456789", 9), 0xCBF43926U);
+  EXPECT_EQ(referenceCrc32("123456789"), 0xCBF43926U);
+}
+
+TEST(Crc32, GivesZeroForNoBytes) {
+  EXPECT_EQ(Crc32("", 0), 0U);
+  EXPECT_EQ(Crc32(nullptr, 0), 0U);
+}
+
+TEST(Crc32, AgreesWithBitwiseReferenceAtEveryLengthAndAlignment) {
+  std::mt19937 random(1);
+  std::string bytes(700, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  for (std::size_t start = 0; start < 16; ++start) {
+    for (std::size_t length = 0; length + start <= bytes.size(); length += 1 + length / 16) {
+      const std::string_view range = std::string_view(bytes).substr(start, length);
+      ASSERT_EQ(Crc32(range.data(), range.size()), referenceCrc32(range)) << start << " " << length;
+    }
+  }
+}
