@@ -1,0 +1,40 @@
+#include "kit/console.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "platform/terminal.h"
+
+namespace morva::kit {
+
+namespace {
+
+bool hasColour() {
+  const char* noColour = std::getenv("NO_COLOR");
+  const bool refused = noColour != nullptr && *noColour != '\0';
+  return !refused && osmik::isTerminal(osmik::StandardStream::kOutput);
+}
+
+}  // namespace
+
+std::string heading(std::string_view text) {
+  static const bool kColour = hasColour();
+  return kColour ? "\033[1m" + std::string(text) + "\033[0m" : std::string(text);
+}
+
+ProgressLine::ProgressLine(std::string what)
+    : what_(std::move(what)), visible_(osmik::isTerminal(osmik::StandardStream::kError)) {}
+
+ProgressLine::~ProgressLine() {
+  if (shownPercent_ >= 0) std::fputs("\r\033[K", stderr);
+}
+
+void ProgressLine::show(double done) {
+  const int percent = static_cast<int>(done * 100.0);
+  if (!visible_ || percent == shownPercent_) return;
+  shownPercent_ = percent;
+  std::fprintf(stderr, "\r%s %3d %%", what_.c_str(), percent);
+}
+
+}  // namespace morva::kit

@@ -1,0 +1,32 @@
+#ifndef MORVA_KIT_CONSOLE_H_
+#define MORVA_KIT_CONSOLE_H_
+
+#include <string>
+#include <string_view>
+
+namespace morva::kit {
+
+/// Text in bold, where standard output shows colours: on a terminal, unless NO_COLOR is set.
+[[nodiscard]] std::string heading(std::string_view text);
+
+/// Shows how far a command is, as a percentage on a line of standard error that is written over
+/// again; nothing where that is no terminal. The line is cleared in the end.
+class ProgressLine {
+ public:
+  explicit ProgressLine(std::string what);
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+  ~ProgressLine();
+
+  /// @param done  0 to 1.
+  void show(double done);
+
+ private:
+  std::string what_;
+  bool visible_;
+  int shownPercent_ = -1;
+};
+
+}  // namespace morva::kit
+
+#endif  // MORVA_KIT_CONSOLE_H_

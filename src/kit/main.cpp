@@ -1,0 +1,39 @@
+#include <array>
+#include <cstdio>
+#include <memory>
+
+#include "kit/command.h"
+#include "platform/singleton.h"
+#include "platform/tracer.h"
+
+namespace {
+
+using namespace morva::kit;
+
+constexpr std::array<AddCommand, 1> kCommands = {addSimulateCommand};
+
+void logToStandardError() {
+  auto& tracer = osmik::Singleton<osmik::Tracer>::getInstance();
+  tracer.setLevel(osmik::Tracer::kWarning);
+  tracer.addSink(std::make_shared<osmik::STDSink>());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  logToStandardError();
+  CLI::App program("Companion of kbag: makes recordings of a simulated device", "kbagkit");
+  program.set_version_flag("--version", "kbagkit " KBAG_VERSION);
+  program.require_subcommand(1);
+
+  int exitCode = kFailed;
+  for (const AddCommand add : kCommands) add(&program, &exitCode);
+  try {
+    program.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? kDone : kUsage;  // prints the help or what is wrong
+  }
+  // A result that did not reach its reader is no result.
+  if (std::fflush(stdout) != 0 && exitCode == kDone) return kFailed;
+  return exitCode;
+}
