@@ -9,12 +9,14 @@
 
 namespace morva {
 
-/// Turns the messages of one topic into ordinary files: a CSV table, a raw H.264 stream, JPEG files, a
-/// flat log, or the files that the topic carries. docs/outputs.md lists every file and column.
+/// Turns the messages of one topic into ordinary files: a CSV table, a raw H.264 stream, JPEG
+/// files, a flat log, or the files that the topic carries. docs/outputs.md lists every file and
+/// column.
 ///
 /// Holds no state between calls. The directories of the outputs ("csv", "config", "project_data",
-/// "h264", "jpeg/<camera>") must exist: the caller makes them.
-/// Threads: calls for topics with different output files may run at the same time.
+/// "h264", "jpeg/<camera>") must exist: the caller makes them. Messages that cannot be read or
+/// parsed are skipped; the bag logs why a read failed. Threads: calls for topics with different
+/// output files may run at the same time.
 class FrameExporter {
  public:
   /// @param bag  Open for reading; not owned, must outlive the exporter.
@@ -22,17 +24,29 @@ class FrameExporter {
   FrameExporter(MorvaBag* bag, const std::string& dir);
   virtual ~FrameExporter() = default;
 
-  /// Exports the messages of `view` into the topic's file.
-  /// @return False without a line for a topic that has no output; false after a log line when a file
-  ///         cannot be created or a row cannot be written. A partly written file is left in place.
+  /// Exports the messages of `view` into the topic's file, which replaces what has its name.
+  /// @return False without a line for a topic that has no output; false after a log line when a
+  /// file
+  ///         cannot be created or a row cannot be written, or when bytes were lost at the end. A
+  ///         partly written file is left in place. Pictures and carried files that cannot be
+  ///         written cost a warning each, and the result stays true.
   [[nodiscard]] bool exportFrame(const std::string& topic, const MorvaBag::View& view);
 
   /// Exports the pictures of a camera topic as they were recorded.
-  /// @param type  "h264" (one stream) or "jpeg" (one file per picture).
+  /// @param type  "h264" (one stream) or "jpeg" (one file per picture, named after its collect
+  /// timestamp).
+  /// @return Like exportFrame().
   [[nodiscard]] bool exportImage(const std::string& topic, const MorvaBag::View& view,
                                  const std::string& type);
 
-  // The handlers behind the two calls above; each writes into `file`, open for writing.
+  /// The file into which exportFrame() or exportImage() writes a topic, relative to the output
+  /// directory; empty where the topic has none. ".gitkeep" is the empty placeholder of a directory
+  /// that receives the outputs themselves.
+  [[nodiscard]] static std::string frameFile(const std::string& topic);
+  [[nodiscard]] static std::string imageFile(const std::string& topic);
+
+  // The handlers behind the two calls above. Each writes into `file`, open for writing, and closes
+  // it, so that a lost byte is noticed; after a failure it may still be open.
   [[nodiscard]] bool makeImuCsv(osmik::File* file, const MorvaBag::View& view);
   [[nodiscard]] bool makeMagneticCsv(osmik::File* file, const MorvaBag::View& view);
   [[nodiscard]] bool makeLidarCsv(osmik::File* file, const MorvaBag::View& view);
@@ -46,6 +60,15 @@ class FrameExporter {
   [[nodiscard]] bool makeProjectData(osmik::File* file, const MorvaBag::View& view);
 
  private:
+  template <typename Frame>
+  struct CsvTable;
+
+  template <typename Frame>
+  [[nodiscard]] bool writeCsv(const CsvTable<Frame>& table, osmik::File* file,
+                              const MorvaBag::View& view) const;
+  [[nodiscard]] bool writeCarriedFiles(const Log& log, osmik::File* placeholder,
+                                       const MorvaBag::View& view) const;
+
   MorvaBag* bag_;
   std::string dir_;
   Log log_{"FrameExporter"};
