@@ -8,7 +8,9 @@ function(kbag_layer name)
   add_library(kbag::${name} ALIAS morva_${name})
   list(TRANSFORM arg_USES PREPEND kbag::)
   target_include_directories(morva_${name} PUBLIC
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>)
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>  # morva/version.h
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>)
   target_link_libraries(morva_${name}
     PUBLIC ${arg_USES}
     PRIVATE ${arg_PRIVATE_LINKS} $<BUILD_INTERFACE:kbag_options>)

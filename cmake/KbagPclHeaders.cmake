@@ -2,7 +2,7 @@
 #
 # The header generator for PCD files is all templates, so the development package's headers, with
 # those of Eigen and Boost, are enough. They come from an installed package or from the folder into
-# which scripts/fetch_pcl_headers.sh unpacks it (installing the package would bring several hundred others).
+# which `./dev setup` unpacks it (installing the package would bring several hundred others).
 set(KBAG_PCL_UNPACKED ${PROJECT_SOURCE_DIR}/build/third_party/pcl)
 
 file(GLOB kbag_pcl_candidates
@@ -15,7 +15,7 @@ mark_as_advanced(KBAG_PCL_INCLUDE_DIR)
 if(NOT KBAG_PCL_INCLUDE_DIR)
   message(FATAL_ERROR
     "The PCL headers were not found. Unpack them into build/third_party/pcl (about 1 MB to download, "
-    "nothing is installed) with\n  scripts/fetch_pcl_headers.sh\nor install libpcl-dev, or set "
+    "nothing is installed) with\n  ./dev setup\nor install libpcl-dev, or set "
     "KBAG_PCL_INCLUDE_DIR to the folder that holds pcl/io/pcd_io.h.")
 endif()
 find_package(Eigen3 REQUIRED NO_MODULE)
