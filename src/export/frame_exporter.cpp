@@ -7,6 +7,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "platform/file_path.h"
 #include "platform/ignore_result.h"
 
 namespace morva {
@@ -110,6 +111,17 @@ std::string FrameExporter::frameFile(const std::string& topic) {
 
 std::string FrameExporter::imageFile(const std::string& topic) {
   return fileOf(kImageOutputs, topic);
+}
+
+std::vector<std::string> FrameExporter::imageDirectories() {
+  std::vector<std::string> directories;
+  for (const ImageOutput& output : kImageOutputs) {
+    const std::string directory = osmik::FilePath(std::string(output.file)).dirName();
+    if (std::ranges::find(directories, directory) == directories.end()) {
+      directories.push_back(directory);
+    }
+  }
+  return directories;
 }
 
 bool FrameExporter::exportFrame(const std::string& topic, const MorvaBag::View& view) {

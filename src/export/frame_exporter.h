@@ -2,6 +2,7 @@
 #define MORVA_EXPORT_FRAME_EXPORTER_H_
 
 #include <string>
+#include <vector>
 
 #include "morva/bag.h"
 #include "platform/file.h"
@@ -44,6 +45,8 @@ class FrameExporter {
   /// that receives the outputs themselves.
   [[nodiscard]] static std::string frameFile(const std::string& topic);
   [[nodiscard]] static std::string imageFile(const std::string& topic);
+  /// The directories of all files that imageFile() can name, each once.
+  [[nodiscard]] static std::vector<std::string> imageDirectories();
 
   // The handlers behind the two calls above. Each writes into `file`, open for writing, and closes
   // it, so that a lost byte is noticed; after a failure it may still be open.

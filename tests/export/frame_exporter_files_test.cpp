@@ -77,6 +77,14 @@ TEST_F(FrameExporterFiles, FileNamesAreKnownBeforehand) {
   EXPECT_EQ(FrameExporter::imageFile("/imu"), "");
 }
 
+TEST_F(FrameExporterFiles, ImageDirectoriesAreThoseOfAllPictures) {
+  EXPECT_THAT(FrameExporter::imageDirectories(),
+              testing::UnorderedElementsAre("h264", "jpeg/camera_left", "jpeg/camera_center",
+                                            "jpeg/camera_right", "jpeg/camera_left_main",
+                                            "jpeg/camera_left_seco", "jpeg/camera_right_main",
+                                            "jpeg/camera_right_seco"));
+}
+
 TEST_F(FrameExporterFiles, MissingDirectoryIsACreateError) {
   recording_.addTopic("/imu");
   FrameExporter exporter(&bag(), path("absent"));
