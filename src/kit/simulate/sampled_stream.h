@@ -1,6 +1,7 @@
 #ifndef MORVA_KIT_SIMULATE_SAMPLED_STREAM_H_
 #define MORVA_KIT_SIMULATE_SAMPLED_STREAM_H_
 
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <utility>
