@@ -19,8 +19,10 @@
 #include <gtest/gtest.h>
 
 #include "support/log_capture.h"
+#include "support/no_more_threads.h"
 
 using morva::test::LogCapture;
+using morva::test::NoMoreThreads;
 using osmik::AsyncTaskQueue;
 using osmik::SchedParam;
 
@@ -38,22 +40,7 @@ int threadsOfProcess() {
   return static_cast<int>(std::distance(begin(tasks), end(tasks)));
 }
 
-/// No thread can be started while it lives: the default stack is larger than any address space.
-class NoMoreThreads {
- public:
-  NoMoreThreads() {
-    pthread_getattr_default_np(&before_);
-    pthread_attr_t huge = before_;
-    pthread_attr_setstacksize(&huge, std::size_t{1} << 60U);
-    pthread_setattr_default_np(&huge);
-  }
-  NoMoreThreads(const NoMoreThreads&) = delete;
-  NoMoreThreads& operator=(const NoMoreThreads&) = delete;
-  ~NoMoreThreads() { pthread_setattr_default_np(&before_); }
-
- private:
-  pthread_attr_t before_{};
-};
+;
 
 /// What `look` gives in a task of a queue with these parameters.
 template <typename Look>

@@ -1,0 +1,181 @@
+#include "tool/topic_driver.h"
+
+#include <cstdint>
+#include <latch>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "platform/async_task_queue.h"
+#include "platform/date_time.h"
+#include "platform/directory.h"
+#include "platform/file_path.h"
+#include "platform/log.h"
+#include "tool/console.h"
+
+namespace morva {
+namespace {
+
+using osmik::AsyncTaskQueue;
+using osmik::Directory;
+using osmik::FilePath;
+using osmik::SchedParam;
+using osmik::Time;
+
+const SchedParam& workerSched() {
+  // The cluster of fast processors of the device.
+  static const SchedParam sched{
+      .cpus = {4, 5, 6, 7}, .realTime = false, .priority = 255, .niceness = -1, .name = ""};
+  return sched;
+}
+
+/// The handles that tasks have opened.
+class HandleList {
+ public:
+  void add(std::shared_ptr<MorvaBag> bag) {
+    const std::lock_guard lock(mutex_);
+    bags_.push_back(std::move(bag));
+  }
+
+ private:
+  std::mutex mutex_;
+  std::list<std::shared_ptr<MorvaBag>> bags_;
+};
+
+/// The place of a task among those that write to the same output: it begins when the one before it
+/// has ended. Tasks are taken from the queue in the order in which turns were given, so that the
+/// one waited for is always under way.
+class Turn {
+ public:
+  explicit Turn(std::shared_ptr<std::latch> before)
+      : before_(std::move(before)), ended_(std::make_shared<std::latch>(1)) {}
+
+  [[nodiscard]] const std::shared_ptr<std::latch>& ended() const { return ended_; }
+
+  /// Holds the turn while it lives.
+  class Scope {
+   public:
+    explicit Scope(const Turn& turn) : ended_(turn.ended_) {
+      if (turn.before_ != nullptr) turn.before_->wait();
+    }
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+    ~Scope() { ended_->count_down(); }
+
+   private:
+    std::shared_ptr<std::latch> ended_;
+  };
+
+ private:
+  std::shared_ptr<std::latch> before_;
+  std::shared_ptr<std::latch> ended_;
+};
+
+/// Gives turns to tasks, in list order.
+class Turns {
+ public:
+  Turn next(const std::string& output) {
+    std::shared_ptr<std::latch>& last = last_[output];
+    Turn turn(last);
+    last = turn.ended();
+    return turn;
+  }
+
+ private:
+  std::map<std::string, std::shared_ptr<std::latch>> last_;
+};
+
+std::string outputDirectory(const TopicCommand& command, const TopicRequest& request) {
+  if (!request.outDir.empty()) return request.outDir;
+  const FilePath bag(request.bagPath);
+  return bag.dirName() + command.dirPrefix + bag.baseName();
+}
+
+void makeFreshDirectories(const TopicCommand& command, const std::string& outDir, const Log& log) {
+  for (const std::string& subDir : command.subDirs) {
+    const std::string path = outDir + subDir;
+    // Both failures show again when a topic's file cannot be created there, or stale files remain.
+    if (!Directory::removeDir(path, true)) log.warning("remove directory(%s) error!", path);
+    if (!Directory::createDir(path, true)) log.warning("create directory(%s) error!", path);
+  }
+}
+
+/// One topic's task.
+struct TopicTask {
+  const TopicCommand* command;
+  std::string bagPath;
+  std::string outDir;
+  std::string topic;
+  Turn turn;
+  HandleList* handles;
+
+  void run() const {
+    const Turn::Scope holdTurn(turn);
+    const auto bag = std::make_shared<MorvaBag>();
+    if (const int code = bag->open(bagPath, BagMode::kRead); code != MorvaBag::kOpenOk) {
+      const Log log("", "operator()");
+      log.error("open bag file(%s) error(%d)!", bagPath, code);
+      return;
+    }
+    handles->add(bag);
+    exportTopic(bag.get());
+    // The handle stays in the list; its file and index are no longer needed.
+    bag->close();
+  }
+
+ private:
+  void exportTopic(MorvaBag* bag) const {
+    const View view = bag->getView(topic, 0, -1);
+    Console::line(Ink::kCyan, "export %s start, topic: %s, index total: %d.", command->noun, topic,
+                  view.indexes.size());
+    if (!command->exportTopic(bag, outDir, topic, view)) {
+      Console::line(Ink::kYellow, "export topic[%s] error!", topic);
+    }
+    Console::line(Ink::kCyan, "export %s finished, topic: %s", command->noun, topic);
+  }
+};
+
+void runTasks(const TopicCommand& command, const TopicRequest& request, const std::string& outDir,
+              AsyncTaskQueue* queue, HandleList* handles) {
+  Turns turns;
+  for (const std::string& topic : request.topics) {
+    const TopicTask task{.command = &command,
+                         .bagPath = request.bagPath,
+                         .outDir = outDir,
+                         .topic = topic,
+                         .turn = turns.next(command.outputOf(topic)),
+                         .handles = handles};
+    queue->putTask([task](const std::string&) { task.run(); }, "");
+  }
+  while (queue->size() != 0) {
+  }
+}
+
+}  // namespace
+
+void runOnTopics(const TopicCommand& command, const TopicRequest& request) {
+  const Time start = Time::fromMono();
+  const Log log("", command.function);
+  HandleList handles;
+  AsyncTaskQueue queue;
+  const int threads =
+      request.threads < 1 ? static_cast<int>(request.topics.size()) : request.threads;
+  if (!queue.init(threads, workerSched())) {
+    log.error("task queue init(%d) error!", threads);
+    return;
+  }
+  const std::string outDir = outputDirectory(command, request);
+  makeFreshDirectories(command, outDir, log);
+  Console::line(Ink::kGreen, "kbag export %s start tasks: %d.", command.noun, threads);
+  if (request.topics.empty()) {
+    Console::line(Ink::kCyan, "no topics need to export.");
+    return;
+  }
+  runTasks(command, request, outDir, &queue, &handles);
+  const float seconds = static_cast<float>(Time::usSinceMono(start)) * 1e-6F;
+  Console::line(Ink::kGreen, "kbag export %s success, duration: %.6f Secs.", command.noun, seconds);
+}
+
+}  // namespace morva
