@@ -16,6 +16,7 @@
 #include "real/real_data.h"
 #include "real/real_recording.h"
 #include "support/process.h"
+#include "support/real_data_dir.h"
 #include "support/temp_dir.h"
 
 namespace morva::test {
@@ -33,7 +34,7 @@ struct Recording {
   }
 
   static const RealData& data() {
-    static const RealData real = readRealData(realDataFolder());
+    static const RealData real = readRealData(realDataDir());
     return real;
   }
 
@@ -71,8 +72,7 @@ double doubleTolerance(double scale) { return 0.5 / scale + 0.5e-6; }
 class RealRecording : public testing::TestWithParam<CompressionType> {
  protected:
   void SetUp() override {
-    if (realDataFolder().empty())
-      GTEST_SKIP() << "no real sensor data beside the checkout: skipped";
+    if (realDataDir().empty()) GTEST_SKIP() << "no real sensor data beside the checkout: skipped";
     std::unique_ptr<Recording>& made = recordings()[GetParam()];
     if (made == nullptr) made = std::make_unique<Recording>(GetParam());
     recording_ = made.get();

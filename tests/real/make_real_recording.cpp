@@ -6,6 +6,7 @@
 
 #include "real/real_data.h"
 #include "real/real_recording.h"
+#include "support/real_data_dir.h"
 
 int main(int argc, char** argv) {
   const std::string codec = argc > 2 ? argv[2] : "none";
@@ -14,7 +15,7 @@ int main(int argc, char** argv) {
                            : codec == "zstd" ? morva::CompressionType::kZstd
                                              : morva::CompressionType::kNone;
   try {
-    const morva::test::RealData data = morva::test::readRealData(morva::test::realDataFolder());
+    const morva::test::RealData data = morva::test::readRealData(morva::test::realDataDir());
     for (const auto& [topic, count] : morva::test::recordRealData(data, argv[1], compression)) {
       std::printf("%s: %zu messages, %zu samples\n", topic.c_str(), count.messages, count.samples);
     }

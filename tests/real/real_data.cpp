@@ -98,11 +98,6 @@ std::map<std::string, std::string> readFolder(const std::string& folder,
 
 }  // namespace
 
-std::string realDataFolder() {
-  const std::string folder = KBAG_REAL_DATA;
-  return std::filesystem::is_directory(folder) ? folder : "";
-}
-
 RealData readRealData(const std::string& folder) {
   RealData data;
   for (const Row& row : readCsv(folder + "/imu_mag/comma2k19_imu.csv")) {

@@ -60,10 +60,7 @@ struct RealData {
   std::map<std::string, std::string> projectFiles;  ///< content by name
 };
 
-/// The folder of the real data; empty where it is missing. Tests then skip and say so.
-[[nodiscard]] std::string realDataFolder();
-
-/// Reads all of it. @throw std::runtime_error where a file is missing or malformed.
+/// Reads all of it from the folder of the real data.
 [[nodiscard]] RealData readRealData(const std::string& folder);
 
 }  // namespace morva::test
