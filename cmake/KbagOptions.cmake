@@ -9,6 +9,9 @@ if(KBAG_SANITIZE)
   # Everything in the process is instrumented alike, so this is a directory-wide setting.
   add_compile_options(-fsanitize=${sanitizers} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${sanitizers})
+  # GCC 12 takes instrumented standard containers for uninitialised.
+  target_compile_options(kbag_options INTERFACE
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   if("undefined" IN_LIST KBAG_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
