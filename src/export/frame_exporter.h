@@ -11,13 +11,13 @@
 namespace morva {
 
 /// Turns the messages of one topic into ordinary files: a CSV table, a raw H.264 stream, JPEG
-/// files, a flat log, or the files that the topic carries. docs/outputs.md lists every file and
-/// column.
+/// files, a flat log, or the files that the topic carries. docs/outputs.md describes them all.
 ///
 /// Holds no state between calls. The directories of the outputs ("csv", "config", "project_data",
 /// "h264", "jpeg/<camera>") must exist: the caller makes them. Messages that cannot be read or
-/// parsed are skipped; the bag logs why a read failed. Threads: calls for topics with different
-/// output files may run at the same time.
+/// parsed are skipped; the bag logs why a read failed.
+///
+/// Threads: calls for topics with different output files may run at the same time.
 class FrameExporter {
  public:
   /// @param bag  Open for reading; not owned, must outlive the exporter.
@@ -27,15 +27,13 @@ class FrameExporter {
 
   /// Exports the messages of `view` into the topic's file, which replaces what has its name.
   /// @return False without a line for a topic that has no output; false after a log line when a
-  /// file
-  ///         cannot be created or a row cannot be written, or when bytes were lost at the end. A
+  ///         file cannot be created, a row cannot be written, or bytes were lost at the end. A
   ///         partly written file is left in place. Pictures and carried files that cannot be
   ///         written cost a warning each, and the result stays true.
   [[nodiscard]] bool exportFrame(const std::string& topic, const MorvaBag::View& view);
 
   /// Exports the pictures of a camera topic as they were recorded.
-  /// @param type  "h264" (one stream) or "jpeg" (one file per picture, named after its collect
-  /// timestamp).
+  /// @param type  "h264": one stream; "jpeg": one file per picture, named after its time stamp.
   /// @return Like exportFrame().
   [[nodiscard]] bool exportImage(const std::string& topic, const MorvaBag::View& view,
                                  const std::string& type);

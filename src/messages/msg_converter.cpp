@@ -14,17 +14,16 @@ namespace pb = protix::kbag_msgs;
 
 /// Large blocks, so that the points of a scan do not cost a heap block each.
 google::protobuf::ArenaOptions arenaOptions() {
-  constexpr std::size_t kStartBlockBytes = 4 * 1024;
-  constexpr std::size_t kMaxBlockBytes = 256 * 1024;
+  constexpr std::size_t kStartBlockBytes = 4096;
+  constexpr std::size_t kMaxBlockBytes = 262'144;
   google::protobuf::ArenaOptions options;
   options.start_block_size = kStartBlockBytes;
   options.max_block_size = kMaxBlockBytes;
   return options;
 }
 
-/// @return False without a word where the payload is no `Array`: protobuf would write to standard
-/// error
-///         about text that is not UTF-8.
+/// @return False where the payload is no such message; silently, while protobuf by itself would
+///         write to standard error about text that is not UTF-8.
 bool parse(const std::string& payload, google::protobuf::Message* array) {
   const google::protobuf::LogSilencer silencer;
   return array->ParseFromString(payload);

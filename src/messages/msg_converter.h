@@ -13,8 +13,7 @@ namespace morva {
 ///
 /// @param payload  One serialized array message.
 /// @return The frames in recorded order, none of them null; empty, without a log line, when the
-/// payload
-///         cannot be parsed.
+///         payload cannot be parsed.
 /// Threads: any.
 class MsgConverter {
  public:

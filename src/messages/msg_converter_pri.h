@@ -9,8 +9,7 @@
 
 namespace morva {
 
-/// One stored sample in, one frame out. For the library's own use: MsgConverter converts whole
-/// payloads.
+/// One stored sample in, one frame out. MsgConverter converts whole payloads with it.
 ///
 /// Integer-coded values are multiplied, in double precision, by a factor that the sample's header
 /// gives, and then narrowed to the width of their field:

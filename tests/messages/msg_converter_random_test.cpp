@@ -332,8 +332,7 @@ TEST_F(RandomFrames, RawDataComesBackByteForByte) {
       [](const RawDataFrame& frame, const std::string& data) { EXPECT_EQ(frame.data, data); });
 }
 
-/// Whatever the bytes say, the result is some list: nothing crashes, and no arithmetic is
-/// undefined.
+/// Whatever the bytes say, the result is some list, and no arithmetic is undefined.
 TEST_F(RandomFrames, DamagedPayloadsGiveSomeResult) {
   pb::LidarPointMsgArray array;
   pb::LidarPointMsg* const msg = array.add_msgs();

@@ -16,8 +16,7 @@ namespace {
 
 namespace pb = protix::kbag_msgs;
 
-/// A converter with its result reduced to what all of them have: the sequence numbers of the
-/// frames.
+/// A converter, its result reduced to what all frames have: their sequence numbers.
 struct Kind {
   const char* name;
   std::function<std::vector<std::uint32_t>(const std::string&)> seqs;

@@ -24,8 +24,7 @@ class RecordingBuilder {
       MorvaBag::CompressionType compression = MorvaBag::CompressionType::kNone)
       : compression_(compression) {}
 
-  /// Adds a topic, with or without messages. Topics are numbered in the order in which they come
-  /// up.
+  /// Adds a topic, which may stay without messages. Topics are handed over in the order of adding.
   RecordingBuilder& addTopic(const std::string& topic);
 
   /// Adds one array message: its count is the number of samples, its header times are those of the
