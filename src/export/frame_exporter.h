@@ -61,15 +61,6 @@ class FrameExporter {
   [[nodiscard]] bool makeProjectData(osmik::File* file, const MorvaBag::View& view);
 
  private:
-  template <typename Frame>
-  struct CsvTable;
-
-  template <typename Frame>
-  [[nodiscard]] bool writeCsv(const CsvTable<Frame>& table, osmik::File* file,
-                              const MorvaBag::View& view) const;
-  [[nodiscard]] bool writeCarriedFiles(const Log& log, osmik::File* placeholder,
-                                       const MorvaBag::View& view) const;
-
   MorvaBag* bag_;
   std::string dir_;
   Log log_{"FrameExporter"};

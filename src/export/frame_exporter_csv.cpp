@@ -1,10 +1,9 @@
 // The CSV tables of FrameExporter: one header line, then one row per frame.
 
-#include <cstdint>
 #include <string>
 
 #include "export/frame_exporter.h"
-#include "export/frame_loop.h"
+#include "export/frame_table.h"
 #include "messages/msg_converter.h"
 #include "platform/str_util.h"
 
@@ -12,41 +11,11 @@ namespace morva {
 
 using osmik::StrUtil;
 
-/// What is particular to one table.
-template <typename Frame>
-struct FrameExporter::CsvTable {
-  const char* handler;    ///< the operation that log lines name
-  const char* errorText;  ///< with one "%d": what a write returned
-  const char* header;
-  MsgConverter::Frames<Frame> (*convert)(const std::string& payload);
-  std::string (*formatRow)(const Frame& frame);
-};
-
-template <typename Frame>
-bool FrameExporter::writeCsv(const CsvTable<Frame>& table, osmik::File* file,
-                             const MorvaBag::View& view) const {
-  const Log log("FrameExporter", table.handler);
-  if (file->write(table.header) < 1) return false;
-
-  const auto writeRow = [&](const Frame& frame) {
-    const std::string row = table.formatRow(frame);
-    const std::int64_t written = file->write(row);
-    if (written == static_cast<std::int64_t>(row.size())) return true;
-    log.error(table.errorText, written);
-    return false;
-  };
-  if (!forEachFrameWhile(*bag_, view, table.convert, writeRow)) return false;
-
-  if (file->close()) return true;
-  log.error(table.errorText, -1);
-  return false;
-}
-
 bool FrameExporter::makeImuCsv(osmik::File* file, const MorvaBag::View& view) {
-  static constexpr CsvTable<ImuFrame> kTable = {
-      .handler = "makeImuCsv",
-      .errorText = "write imu frame error: %d!",
+  static constexpr FrameTable<ImuFrame> kTable = {
+      .operation = "makeImuCsv",
       .header = "seq,collect_timestamp,accel_x,accel_y,accel_z,gyro_x,gyro_y,gyro_z\n",
+      .errorText = "write imu frame error: %d!",
       .convert = &MsgConverter::fromImuMsgArray,
       .formatRow =
           [](const ImuFrame& frame) {
@@ -56,14 +25,14 @@ bool FrameExporter::makeImuCsv(osmik::File* file, const MorvaBag::View& view) {
                                    imu.gyroZ);
           },
   };
-  return writeCsv(kTable, file, view);
+  return writeTable("FrameExporter", kTable, *bag_, view, file);
 }
 
 bool FrameExporter::makeMagneticCsv(osmik::File* file, const MorvaBag::View& view) {
-  static constexpr CsvTable<MagneticFrame> kTable = {
-      .handler = "makeMagneticCsv",
-      .errorText = "write magnetic frame error: %d!",
+  static constexpr FrameTable<MagneticFrame> kTable = {
+      .operation = "makeMagneticCsv",
       .header = "seq,collect_timestamp,mag_x,mag_y,mag_z\n",
+      .errorText = "write magnetic frame error: %d!",
       .convert = &MsgConverter::fromMagneticMsgArray,
       .formatRow =
           [](const MagneticFrame& frame) {
@@ -71,14 +40,14 @@ bool FrameExporter::makeMagneticCsv(osmik::File* file, const MorvaBag::View& vie
                                    frame.magX, frame.magY, frame.magZ);
           },
   };
-  return writeCsv(kTable, file, view);
+  return writeTable("FrameExporter", kTable, *bag_, view, file);
 }
 
 bool FrameExporter::makeLidarCsv(osmik::File* file, const MorvaBag::View& view) {
-  static constexpr CsvTable<PointCloudFrame> kTable = {
-      .handler = "makeLidarCsv",
-      .errorText = "write lidar frame error: %d!",
+  static constexpr FrameTable<PointCloudFrame> kTable = {
+      .operation = "makeLidarCsv",
       .header = "seq,collect_timestamp,pointnums\n",
+      .errorText = "write lidar frame error: %d!",
       .convert = &MsgConverter::fromPointCloudMsgArray,
       .formatRow =
           [](const PointCloudFrame& frame) {
@@ -86,31 +55,31 @@ bool FrameExporter::makeLidarCsv(osmik::File* file, const MorvaBag::View& view) 
                                    frame.cloud->cloud->points.size());
           },
   };
-  return writeCsv(kTable, file, view);
+  return writeTable("FrameExporter", kTable, *bag_, view, file);
 }
 
 bool FrameExporter::makeEncoderCsv(osmik::File* file, const MorvaBag::View& view) {
-  static constexpr CsvTable<MotorFrame> kTable = {
-      .handler = "makeEncoderCsv",
-      .errorText = "write encode frame error: %d!",
+  static constexpr FrameTable<MotorFrame> kTable = {
+      .operation = "makeEncoderCsv",
       .header = "seq,collect_timestamp,angle\n",
+      .errorText = "write encode frame error: %d!",
       .convert = &MsgConverter::fromMotorMsgArray,
       .formatRow =
           [](const MotorFrame& frame) {
             return StrUtil::format("%u,%lld,%f\n", frame.seq, frame.collectTimestamp, frame.angle);
           },
   };
-  return writeCsv(kTable, file, view);
+  return writeTable("FrameExporter", kTable, *bag_, view, file);
 }
 
 bool FrameExporter::makeGnssDataCsv(osmik::File* file, const MorvaBag::View& view) {
-  static constexpr CsvTable<GnssFrame> kTable = {
-      .handler = "makeGnssDataCsv",
-      .errorText = "write gnss frame error: %d!",
+  static constexpr FrameTable<GnssFrame> kTable = {
+      .operation = "makeGnssDataCsv",
       .header =
           "seq,collect_timestamp,navsat_utc_time,navsat_status,navsat_service,satlelite_num,"
           "pdop,hdop,vdop,latitude,longitude,altitude,undulation,frame,"
           "latSigma,lonSigma,hgtSigma\n",
+      .errorText = "write gnss frame error: %d!",
       .convert = &MsgConverter::fromGnssMsgArray,
       .formatRow =
           [](const GnssFrame& frame) {
@@ -123,14 +92,14 @@ bool FrameExporter::makeGnssDataCsv(osmik::File* file, const MorvaBag::View& vie
                                    gnss.latSigma, gnss.lonSigma, gnss.hgtSigma);
           },
   };
-  return writeCsv(kTable, file, view);
+  return writeTable("FrameExporter", kTable, *bag_, view, file);
 }
 
 bool FrameExporter::makeCameraImageCsv(osmik::File* file, const MorvaBag::View& view) {
-  static constexpr CsvTable<ImageFrame> kTable = {
-      .handler = "makeCameraImageCsv",
-      .errorText = "write image frame error: %d!",
+  static constexpr FrameTable<ImageFrame> kTable = {
+      .operation = "makeCameraImageCsv",
       .header = "seq,collect_timestamp,width,height,frame_size\n",
+      .errorText = "write image frame error: %d!",
       .convert = &MsgConverter::fromImageMsgArray,
       .formatRow =
           [](const ImageFrame& frame) {
@@ -138,7 +107,7 @@ bool FrameExporter::makeCameraImageCsv(osmik::File* file, const MorvaBag::View& 
                                    frame.width, frame.height, frame.data.size());
           },
   };
-  return writeCsv(kTable, file, view);
+  return writeTable("FrameExporter", kTable, *bag_, view, file);
 }
 
 }  // namespace morva

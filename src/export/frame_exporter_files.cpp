@@ -7,10 +7,10 @@
 
 #include "export/frame_exporter.h"
 #include "export/frame_loop.h"
+#include "export/plain_files.h"
 #include "messages/msg_converter.h"
 #include "platform/date_time.h"
 #include "platform/file_path.h"
-#include "platform/ignore_result.h"
 #include "platform/str_util.h"
 
 namespace morva {
@@ -18,16 +18,6 @@ namespace {
 
 bool isAll(std::int64_t written, const std::string& data) {
   return written == static_cast<std::int64_t>(data.size());
-}
-
-/// Writes `data` into a new file, which replaces what has its name and follows no link.
-/// @return Bytes written, -1 where bytes were lost; nothing where the file cannot be created.
-std::optional<std::int64_t> writeNewFile(const std::string& path, const std::string& data) {
-  ignoreResult(osmik::File::remove(path));  // where that fails, so does the exclusive creation
-  osmik::File file;
-  if (!file.open(path, osmik::OpenMode::kWriteNew)) return std::nullopt;
-  const std::int64_t written = file.writeData(data.data(), static_cast<std::int64_t>(data.size()));
-  return file.close() ? written : -1;
 }
 
 /// The sample that a warning about pictures names.
@@ -82,47 +72,15 @@ bool FrameExporter::makeJpegFiles(osmik::File* file, const MorvaBag::View& view)
 
 bool FrameExporter::makeRawDataLog(osmik::File* file, const MorvaBag::View& view) {
   const Log log("FrameExporter", "makeRawDataLog");
-  const auto warn = [&log](std::int64_t result) {
-    log.warning("write raw data error: %d!", result);
-  };
-  const auto append = [&](const RawDataFrame& frame) {
-    const std::int64_t written = file->write(frame.data);
-    if (!isAll(written, frame.data)) warn(written);
-  };
-  forEachFrame(*bag_, view, &MsgConverter::fromRawDataMsgArray, append);
-
-  if (file->close()) return true;
-  warn(-1);
-  return false;
+  return writeRawData(log, "write raw data error: %d!", *bag_, view, file);
 }
 
 bool FrameExporter::makeConfigFiles(osmik::File* file, const MorvaBag::View& view) {
-  return writeCarriedFiles(Log("FrameExporter", "makeConfigFiles"), file, view);
+  return writeCarriedFiles(Log("FrameExporter", "makeConfigFiles"), *bag_, view, file);
 }
 
 bool FrameExporter::makeProjectData(osmik::File* file, const MorvaBag::View& view) {
-  return writeCarriedFiles(Log("FrameExporter", "makeProjectData"), file, view);
-}
-
-bool FrameExporter::writeCarriedFiles(const Log& log, osmik::File* placeholder,
-                                      const MorvaBag::View& view) const {
-  const auto warn = [&log](std::int64_t result) {
-    log.warning("write file content error: %d!", result);
-  };
-  const std::string directory = osmik::FilePath(placeholder->path()).dirName();
-  // The name comes from the recording. Its last component holds no "/", and no file can be created
-  // under "", "." or "..": nothing is ever written outside of the directory.
-  const auto writeCarried = [&](const FileFrame& frame) {
-    const std::string path = directory + "/" + osmik::FilePath(frame.name).baseName();
-    const std::optional<std::int64_t> written = writeNewFile(path, frame.content);
-    if (!written) return log.warning("create file(%s) error!", path);
-    if (!isAll(*written, frame.content)) warn(*written);
-  };
-  forEachFrame(*bag_, view, &MsgConverter::fromFileMsgArray, writeCarried);
-
-  if (placeholder->close()) return true;
-  warn(-1);
-  return false;
+  return writeCarriedFiles(Log("FrameExporter", "makeProjectData"), *bag_, view, file);
 }
 
 }  // namespace morva
