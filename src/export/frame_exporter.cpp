@@ -7,6 +7,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "export/plain_files.h"
 #include "platform/file_path.h"
 #include "platform/ignore_result.h"
 
@@ -129,10 +130,8 @@ bool FrameExporter::exportFrame(const std::string& topic, const MorvaBag::View& 
   if (output == nullptr) return false;
 
   const std::string path = dir_ + "/" + std::string(output->file);
-  ignoreResult(osmik::File::remove(path));  // where that fails, so does the exclusive creation
   osmik::File file;
-  file.setWMBuffer(kWriteBufferBytes);
-  if (!file.open(path, osmik::OpenMode::kWriteNew)) {
+  if (!openNewFile(path, kWriteBufferBytes, &file)) {
     log_.error("create file(%s) error!", path);
     return false;
   }

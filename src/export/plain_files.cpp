@@ -13,10 +13,15 @@ bool isAll(std::int64_t written, const std::string& data) {
 
 }  // namespace
 
-std::optional<std::int64_t> writeNewFile(const std::string& path, const std::string& data) {
+bool openNewFile(const std::string& path, std::size_t bufferBytes, osmik::File* file) {
   ignoreResult(osmik::File::remove(path));  // where that fails, so does the exclusive creation
+  file->setWMBuffer(bufferBytes);
+  return file->open(path, osmik::OpenMode::kWriteNew);
+}
+
+std::optional<std::int64_t> writeNewFile(const std::string& path, const std::string& data) {
   osmik::File file;
-  if (!file.open(path, osmik::OpenMode::kWriteNew)) return std::nullopt;
+  if (!openNewFile(path, 0, &file)) return std::nullopt;
   const std::int64_t written = file.writeData(data.data(), static_cast<std::int64_t>(data.size()));
   return file.close() ? written : -1;
 }

@@ -1,6 +1,7 @@
 #ifndef MORVA_EXPORT_PLAIN_FILES_H_
 #define MORVA_EXPORT_PLAIN_FILES_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,6 +13,9 @@
 
 /// Outputs that are written as they were recorded, which every exporter has.
 namespace morva {
+
+/// Creates a file for writing through a buffer; it replaces what has its name and follows no link.
+[[nodiscard]] bool openNewFile(const std::string& path, std::size_t bufferBytes, osmik::File* file);
 
 /// Writes `data` into a new file, which replaces what has its name and follows no link.
 /// @return Bytes written, -1 where bytes were lost; nothing where the file cannot be created.
