@@ -12,14 +12,14 @@
 namespace morva {
 
 /// What is particular to one table of samples. Texts with "%d" take what a write returned.
-template <typename Frame>
+template <typename Frame, typename FormatRow = std::string (*)(const Frame& frame)>
 struct FrameTable {
   const char* operation;  ///< the operation that log lines name
   const char* header;     ///< the first line
   const char* errorText;
   const char* headerErrorText = nullptr;  ///< null: a header that is not written is not logged
   MsgConverter::Frames<Frame> (*convert)(const std::string& payload);
-  std::string (*formatRow)(const Frame& frame);
+  FormatRow formatRow;  ///< std::string(const Frame&)
 };
 
 /// Writes the header line and one row per frame, and closes the file.
@@ -29,8 +29,8 @@ struct FrameTable {
 /// @return False after an error line (see headerErrorText) when a line is not written whole or
 /// bytes
 ///         are lost at the end; what follows is not written then.
-template <typename Frame>
-[[nodiscard]] bool writeTable(const char* className, const FrameTable<Frame>& table,
+template <typename Frame, typename FormatRow>
+[[nodiscard]] bool writeTable(const char* className, const FrameTable<Frame, FormatRow>& table,
                               const MorvaBag& bag, const MorvaBag::View& view, osmik::File* file,
                               const MessageDone& done = {}) {
   const Log log(className, table.operation);
