@@ -48,6 +48,16 @@ bool Directory::removeDir(const std::string& path, bool recursive) {
   return !error;
 }
 
+bool Directory::removeLinks(const std::string& root, const std::string& below) {
+  fs::path path = root;
+  for (const fs::path& component : fs::path(below).relative_path()) {
+    path /= component;
+    std::error_code error;
+    if (fs::is_symlink(fs::symlink_status(path, error)) && !fs::remove(path, error)) return false;
+  }
+  return true;
+}
+
 std::vector<std::string> Directory::getFileList(const std::string& path,
                                                 const std::string& pattern) {
   std::vector<std::string> names;

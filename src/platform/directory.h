@@ -21,6 +21,10 @@ class Directory {
   /// @return True when it is gone, also when it was not there.
   static bool removeDir(const std::string& path, bool recursive);
 
+  /// Removes the symbolic links among the components of `below`, a path relative to `root`, so that
+  /// what is made there lies in `root`. @return False when a link cannot be removed.
+  static bool removeLinks(const std::string& root, const std::string& below);
+
   /// Names of the regular files in `path` that match `pattern` whole (ECMAScript), in ascending
   /// byte order; empty where the directory cannot be read or the pattern is malformed.
   [[nodiscard]] static std::vector<std::string> getFileList(const std::string& path,

@@ -42,6 +42,13 @@ void kbag_view(MorvaBag* bag, const std::vector<std::string>& topics, long start
 void kbag_export_frame_mt(const std::string& bagPath, const std::vector<std::string>& topics,
                           const std::string& outDir, int threads, bool images = false);
 
+/// Unpacks topics into the layout that processing tools read: text tables, logs, point clouds,
+/// pictures and carried files. The same in all else, except that it wipes "calib/config",
+/// "images/camera_0", "images/camera_1", "lidar_points" and "project_data", and that the output
+/// directory is "data-<bag name>" where none is given.
+void kbag_unpack_data_mt(const std::string& bagPath, const std::vector<std::string>& topics,
+                         const std::string& outDir, int threads);
+
 }  // namespace morva
 
 #endif  // MORVA_TOOL_COMMANDS_H_

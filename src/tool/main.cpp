@@ -116,6 +116,12 @@ void runExport(BagCommand& command) {
 
 void runUnknown(BagCommand& command) { help(command.program); }
 
+void runUnpack(BagCommand& command) {
+  const std::vector<std::string> topics = topicsToExport(command);
+  if (topics.empty()) return;
+  kbag_unpack_data_mt(command.bagPath, topics, command.outDir, command.threads);
+}
+
 using CommandFunction = void (*)(BagCommand&);
 
 CommandFunction findCommand(std::string_view word) {
@@ -124,10 +130,8 @@ CommandFunction findCommand(std::string_view word) {
     CommandFunction run;
   };
   static constexpr Row kRows[] = {
-      {"info", runInfo},
-      {"pinfo", runDeviceInfo},
-      {"view", runView},
-      {"export", runExport},
+      {"info", runInfo},     {"pinfo", runDeviceInfo}, {"view", runView},
+      {"export", runExport}, {"unpack", runUnpack},
   };
   for (const Row& row : kRows) {
     if (row.word == word) return row.run;

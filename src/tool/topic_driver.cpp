@@ -12,6 +12,7 @@
 #include "platform/date_time.h"
 #include "platform/directory.h"
 #include "platform/file_path.h"
+#include "platform/ignore_result.h"
 #include "platform/log.h"
 #include "tool/console.h"
 
@@ -97,6 +98,7 @@ void makeFreshDirectories(const TopicCommand& command, const std::string& outDir
   for (const std::string& subDir : command.subDirs) {
     const std::string path = outDir + subDir;
     // Both failures show again when a topic's file cannot be created there, or stale files remain.
+    ignoreResult(Directory::removeLinks(outDir, subDir));
     if (!Directory::removeDir(path, true)) log.warning("remove directory(%s) error!", path);
     if (!Directory::createDir(path, true)) log.warning("create directory(%s) error!", path);
   }

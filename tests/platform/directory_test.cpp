@@ -143,3 +143,16 @@ TEST(DirectoryFileList, MissingDirectoryOrMalformedPatternGivesNothing) {
   EXPECT_TRUE(Directory::getFileList(dir / "nothing", ".*").empty());
   EXPECT_TRUE(Directory::getFileList(dir.path(), "(").empty());
 }
+
+TEST(DirectoryRemoveLinks, RemovesLinksBelowTheRootAndNothingElse) {
+  const TempDir dir;
+  fs::create_directories(dir / "elsewhere/config");
+  fs::create_directory(dir / "root");
+  fs::create_directory_symlink(dir / "elsewhere", dir / "root/calib");
+  fs::create_directory_symlink(dir / "root", dir / "link");
+  EXPECT_TRUE(Directory::removeLinks(dir / "link", "/calib/config"));
+  EXPECT_TRUE(fs::is_symlink(dir / "link"));
+  EXPECT_FALSE(fs::exists(dir / "root/calib"));
+  EXPECT_TRUE(fs::exists(dir / "elsewhere/config"));
+  EXPECT_TRUE(Directory::removeLinks(dir / "root", "not/there"));
+}
