@@ -61,7 +61,7 @@ TEST_F(GetView, RecordHoldsEverythingAboutTheMessage) {
   EXPECT_EQ(index.storedSize, chunk.data.size());
   EXPECT_EQ(index.headerTimes[0], 2000);
   EXPECT_EQ(index.headerTimes[1], 2900);
-  EXPECT_EQ(index.writeTime, 2007);
+  EXPECT_EQ(index.writeTime, 1993);
   EXPECT_EQ(index.chunkOffset, chunk.offset);
   EXPECT_EQ(nameOf(index), "/imu");
 }
