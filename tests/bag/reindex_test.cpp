@@ -7,6 +7,7 @@
 
 #include "bag/bag_bytes.h"
 #include "bag/recording.h"
+#include "bag/side_file_writer.h"
 #include "kbag_msgs.pb.h"
 #include "morva/bag.h"
 #include "platform/crc32.h"
@@ -312,6 +313,21 @@ TEST_F(Reindex, ShortWritesAreCompleted) {
   for (int n = 1; n <= 11; ++n) calls.shorten(Call::kPwrite, n, 1);
   EXPECT_EQ(MorvaBag::reindex(path_), 0);
   EXPECT_THAT(readBack(), ElementsAre("one", "three", std::string(500, 'x')));
+}
+
+TEST(WriteSideFile, PaddingEndsTheFileOnTheNextBoundaryOrNotAtAll) {
+  const TempDir dir;
+  const Log log({}, "reindex");
+  const auto sizeWith = [&](std::size_t indexSize) {
+    const std::string path = dir / std::to_string(indexSize);
+    EXPECT_EQ(writeSideFile(path, log, {}, std::string(indexSize, 'x')), kSideFileOk);
+    return std::filesystem::file_size(path);
+  };
+  constexpr std::size_t kFraming = 16 + 12;
+  EXPECT_EQ(sizeWith(0), 8192U);
+  EXPECT_EQ(sizeWith(4096 - kFraming - 1), 8192U);
+  EXPECT_EQ(sizeWith(4096 - kFraming), 8192U);
+  EXPECT_EQ(sizeWith(4096 - kFraming + 1), 12288U);
 }
 
 }  // namespace
