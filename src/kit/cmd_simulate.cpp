@@ -18,8 +18,17 @@ using osmik::StrUtil;
 
 struct Arguments {
   sim::Options options;
+  std::string compression = "lz4";
   bool uncalibrated = false;
 };
+
+const std::map<std::string, CompressionType>& compressions() {
+  static const std::map<std::string, CompressionType> kCompressions = {
+      {"none", CompressionType::kNone},
+      {"lz4", CompressionType::kLz4},
+      {"zstd", CompressionType::kZstd}};
+  return kCompressions;
+}
 
 // CLI::Range lets not-a-number pass.
 CLI::Validator number(double low, double high) {
@@ -48,6 +57,7 @@ void printSummary(const sim::Options& options, const std::vector<sim::TopicSumma
 ExitCode run(const Arguments& arguments) {
   sim::Options options = arguments.options;
   options.calibrated = !arguments.uncalibrated;
+  options.compression = compressions().at(arguments.compression);  // one of them: checked
   std::vector<sim::TopicSummary> topics;
   bool done = false;
   {
@@ -70,9 +80,6 @@ ExitCode run(const Arguments& arguments) {
 
 void addOptions(CLI::App* command, Arguments* arguments) {
   sim::Options& options = arguments->options;
-  const std::map<std::string, CompressionType> compressions = {{"none", CompressionType::kNone},
-                                                               {"lz4", CompressionType::kLz4},
-                                                               {"zstd", CompressionType::kZstd}};
   command->add_option("OUT.kbag", options.bagPath, "bag file to make; must not exist")->required();
   command->add_option("--seconds", options.seconds, "length of the recording")
       ->check(number(0.1, 86400.0))
@@ -86,8 +93,9 @@ void addOptions(CLI::App* command, Arguments* arguments) {
       ->add_option("--cameras", options.cameras, "H.264 cameras; 0 leaves out the JPEG camera too")
       ->check(CLI::Range(0U, 7U))
       ->capture_default_str();
-  command->add_option("--compression", options.compression, "none, lz4 or zstd [lz4]")
-      ->transform(CLI::CheckedTransformer(compressions));
+  command->add_option("--compression", arguments->compression, "codec of the bag's chunks")
+      ->check(CLI::IsMember({"none", "lz4", "zstd"}))
+      ->capture_default_str();
   command->add_option("--noise", options.rangeNoiseM, "standard deviation of lidar ranges, m")
       ->check(number(0.0, 1.0))
       ->capture_default_str();

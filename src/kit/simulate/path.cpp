@@ -53,7 +53,7 @@ Path Path::makeWalk(Random* random) {
   path.angles_[1] = {0.02, 0.0, {{32, 0.015, phase()}, {3, 0.040, phase()}}};
   // Along the ellipse, but for the higher terms of its direction; the head turns a little.
   path.angles_[2] = {
-      kPi / 2.0, kTurnRadS, {{2, -0.2, 0.0}, {16, 0.020, phase()}, {7, 0.060, phase()}}};
+      kPi / 2.0, kTurnRadS, {{2, 0.2, 0.0}, {16, 0.020, phase()}, {7, 0.060, phase()}}};
   return path;
 }
 
