@@ -58,7 +58,8 @@ bool openTruth(const Options& options, osmik::File* file, OwnFile* owner) {
   if (options.truthPath.empty()) return true;
   file->setWMBuffer(kWriteBufferBytes);
   if (!file->open(options.truthPath, osmik::OpenMode::kWriteNew)) {
-    Log().error("create truth file(%s) error: %s!", options.truthPath, std::strerror(errno));
+    Log({}, "simulate")
+        .error("create truth file(%s) error: %s!", options.truthPath, std::strerror(errno));
     return false;
   }
   owner->own(options.truthPath);

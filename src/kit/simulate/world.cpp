@@ -1,8 +1,10 @@
 #include "kit/simulate/world.h"
 
+#include <algorithm>
 #include <array>
 #include <cassert>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <utility>
 
@@ -77,6 +79,14 @@ struct BoxHit {
   int face = -1;  // -x, +x, -y, +y, -z, +z
 };
 
+// Whether the line of the ray comes near enough to meet the box: most do not, and this is quick.
+bool mayMeet(const Box& box, const Vector3d& origin, const Vector3d& direction) {
+  const Vector3d toCenter = box.center - origin;
+  const double along = toCenter.dot(direction);
+  const double length2 = direction.squaredNorm();
+  return toCenter.squaredNorm() * length2 - along * along <= box.halfSize.squaredNorm() * length2;
+}
+
 // The slab method, in the box's own axes: the ray is in the box where it is in all three slabs.
 BoxHit castOnBox(const Box& box, const Vector3d& origin, const Vector3d& direction) {
   const Vector3d from = box.worldFromBox.transpose() * (origin - box.center);
@@ -105,9 +115,11 @@ double Surface::distanceAlong(const Vector3d& origin, const Vector3d& direction)
 }
 
 double Surface::reflectivityAt(const Vector3d& point) const {
-  const double u = std::floor(axisU.dot(point) / kFieldM);
-  const double v = std::floor(axisV.dot(point) / kFieldM);
-  const bool isDark = std::fmod(u + v, 2.0) != 0.0;
+  // Far enough to make every field's number positive, so that cutting off is rounding down.
+  constexpr double kFarFields = 1 << 20;
+  const auto u = static_cast<std::int64_t>(axisU.dot(point) / kFieldM + kFarFields);
+  const auto v = static_cast<std::int64_t>(axisV.dot(point) / kFieldM + kFarFields);
+  const bool isDark = (u + v) % 2 != 0;
   return isDark ? reflectivity * kDarkFieldShare : reflectivity;
 }
 
@@ -162,6 +174,7 @@ Hit World::cast(const Vector3d& origin, const Vector3d& direction) const {
     if (distance < hit.distance) hit = {distance, i};
   }
   for (std::size_t i = 0; i < boxes_.size(); ++i) {
+    if (!mayMeet(boxes_[i], origin, direction)) continue;
     const BoxHit boxHit = castOnBox(boxes_[i], origin, direction);
     if (boxHit.distance < hit.distance) {
       hit = {boxHit.distance, planes + static_cast<int>(6 * i) + boxHit.face};
