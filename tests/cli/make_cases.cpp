@@ -70,8 +70,7 @@ void writeAll(const std::string& path, std::string_view bytes) {
   if (!file.flush()) fail("cannot write " + path);
 }
 
-// --------------------------------------------------------------------------------------- sound
-// bags
+// ---------------------------------------------------- sound bags
 
 // Two messages of two samples for each topic.
 void writeAllTopics(const std::string& path) {
@@ -156,8 +155,27 @@ void writeHostileNames(const std::string& path) {
   recording.close();
 }
 
-// ------------------------------------------------------------------------------------- damaged
-// bags
+// ---------------------------------------------------- damaged bags
+
+// From the start of a chunk to the size of its data: past prefix and header.
+constexpr std::size_t kMessageDataSizeOffset = 8 + 36;
+constexpr std::size_t kIndexDataSizeOffset = 8 + 12;
+
+std::size_t secondChunkOf(const std::string& path, const std::string& topic) {
+  MorvaBag bag;
+  if (bag.open(path, BagMode::kRead) != MorvaBag::kOpenOk) fail("cannot read " + path);
+  return bag.getView(topic, 0, -1).indexes.at(1).chunkOffset;
+}
+
+std::size_t indexChunkOf(const std::string& path) {
+  MorvaBag bag;
+  if (bag.open(path, BagMode::kRead) != MorvaBag::kOpenOk) fail("cannot read " + path);
+  return bag.getInfo().indexChunkOffset;
+}
+
+std::string withLyingWord(std::string bytes, std::size_t offset) {
+  return bytes.replace(offset, 4, "\xFF\xFF\xFF\xFF");
+}
 
 void writeDamagedBags(const std::string& dir) {
   const std::string sound = readAll(dir + "/order.kbag");
@@ -178,9 +196,17 @@ void writeDamagedBags(const std::string& dir) {
   bytes[bytes.find("payload of a")] = 'P';
   writeAll(dir + "/damaged_message.kbag", bytes);
 
-  bytes = readAll(dir + "/log.kbag");
+  const std::string log = readAll(dir + "/log.kbag");
+  bytes = log;
   bytes[bytes.find("$GPGGA,2")] = 'X';
   writeAll(dir + "/damaged_log.kbag", bytes);
+
+  // Size words that promise 4 GiB: of a message's chunk, of its data, of the index.
+  const std::size_t message = secondChunkOf(dir + "/log.kbag", "/raw_gnss_log");
+  const std::size_t index = indexChunkOf(dir + "/log.kbag");
+  writeAll(dir + "/lying_chunk_size.kbag", withLyingWord(log, message));
+  writeAll(dir + "/lying_data_size.kbag", withLyingWord(log, message + kMessageDataSizeOffset));
+  writeAll(dir + "/lying_index_size.kbag", withLyingWord(log, index + kIndexDataSizeOffset));
 }
 
 void writeLog(const std::string& path) {
@@ -224,8 +250,7 @@ void writeCases(const std::string& dir) {
   writeSideIndexes(dir);
 }
 
-// --------------------------------------------------------------------------------- a large
-// recording
+// ---------------------------------------------------- a large recording
 
 void writeLarge(const std::string& path) {
   constexpr std::uint32_t kMessages = 200;
