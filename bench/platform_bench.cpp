@@ -4,6 +4,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/bench_support.h"
 #include "bench/sensor_payload.h"
 #include "platform/compress.h"
 #include "platform/crc32.h"
@@ -12,11 +13,8 @@
 namespace {
 
 using basalt::Compressor;
+using morva::bench::bytesOf;
 using morva::bench::makeSensorPayload;
-
-std::int64_t bytesOf(const benchmark::State& state, std::size_t bytesEach) {
-  return static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(bytesEach);
-}
 
 void BM_Crc32_compute(benchmark::State& state) {
   const std::string payload = makeSensorPayload(static_cast<std::size_t>(state.range(0)));
