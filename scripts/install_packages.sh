@@ -65,7 +65,7 @@ missing_of() {
 
 install_packages() {
   say "missing here, and installed now (Debian packages, without recommended extras):"
-  printf '%s ' "$@" | fold -s -w 90 | sed 's/^/  /; s/ *$//'
+  fold -s -w 90 <<<"$*" | sed 's/^/  /; s/ *$//'
   with_lists print_plan "$@"
   say "installing; details go to build/packages.log"
   if ! apt_install "$@" >"$log" 2>&1; then
