@@ -25,7 +25,7 @@ declare -A groups=(
            libavcodec-dev libavutil-dev libturbojpeg0-dev
            libgtest-dev libgmock-dev python3"
   [bench]="libbenchmark-dev"
-  [lint]="clang-format clang-tidy python3"
+  [lint]="clang-format clang-tidy python3 shellcheck"
   [interop]="python3-numpy"
 )
 
