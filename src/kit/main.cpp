@@ -1,8 +1,10 @@
 #include <array>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "kit/command.h"
+#include "morva/version.h"
 #include "platform/singleton.h"
 #include "platform/tracer.h"
 
@@ -23,7 +25,7 @@ void logToStandardError() {
 int main(int argc, char** argv) {
   logToStandardError();
   CLI::App program("Companion of kbag: makes recordings of a simulated device", "kbagkit");
-  program.set_version_flag("--version", "kbagkit " KBAG_VERSION);
+  program.set_version_flag("--version", std::string("kbagkit ") + morva::kVersion);
   program.require_subcommand(1);
 
   int exitCode = kFailed;
