@@ -1,9 +1,6 @@
 // Real sensor data, recorded through the library and exported with the program, comes back
 // unchanged.
-#include <algorithm>
-#include <cmath>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -13,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "morva/bag.h"
+#include "real/measured_table.h"
 #include "real/real_data.h"
 #include "real/real_recording.h"
 #include "support/process.h"
@@ -23,7 +21,6 @@ namespace morva::test {
 namespace {
 
 namespace fs = std::filesystem;
-using Row = std::vector<std::string>;
 
 /// One recording with its export, made once per compression and shared by the tests.
 struct Recording {
@@ -45,28 +42,6 @@ struct Recording {
   ProcessResult exported;
 };
 
-std::vector<Row> readTable(const std::string& path) {
-  std::istringstream lines(readFile(path));
-  std::vector<Row> rows;
-  std::string line;
-  std::getline(lines, line);
-  while (std::getline(lines, line)) {
-    std::istringstream cells(line);
-    Row row;
-    for (std::string cell; std::getline(cells, cell, ',');) row.push_back(cell);
-    rows.push_back(row);
-  }
-  return rows;
-}
-
-/// Half a quantum of the recording, plus what single precision and six printed decimals round away.
-double singleTolerance(double value, double scale) {
-  constexpr double kHalfPrintedDigit = 0.5e-6;
-  return 0.5 / scale + std::ldexp(std::abs(value), -24) + kHalfPrintedDigit;
-}
-
-double doubleTolerance(double scale) { return 0.5 / scale + 0.5e-6; }
-
 }  // namespace
 
 class RealRecording : public testing::TestWithParam<CompressionType> {
@@ -85,7 +60,7 @@ class RealRecording : public testing::TestWithParam<CompressionType> {
 
   [[nodiscard]] const RealData& data() const { return Recording::data(); }
   [[nodiscard]] std::vector<Row> table(const std::string& name) const {
-    return readTable(recording_->out + "/csv/" + name);
+    return readTable(recording_->out + "/csv/" + name, ',');
   }
 
   Recording* recording_ = nullptr;
