@@ -210,7 +210,7 @@ bool BagReader::readSideChunk(osmik::File* file, Chunk* chunk) const {
   }
   if (rawSize == size) {
     chunk->data = std::move(data);
-  } else if (!compressor_ ||
+  } else if (!compressor_ || !canBeIndexSize(rawSize, fileSize_) ||
              compressor_->decompress(data.data(), data.size(), rawSize, &chunk->data) < 1) {
     chunk->data.clear();
   }

@@ -70,6 +70,7 @@ class BagReader final : public BagFile {
     std::uint32_t size = 0;  ///< bytes of the data
     std::uint32_t crc = 0;
     std::int64_t end = 0;  ///< offset past the checksum
+    std::int64_t fileSize = 0;
   };
 
   [[nodiscard]] int load(const std::string& path);
@@ -87,7 +88,8 @@ class BagReader final : public BagFile {
   [[nodiscard]] bool readFraming(Chunk* chunk, std::int64_t offset, Stored* stored);
   [[nodiscard]] std::int64_t skipData(std::uint32_t size, std::int64_t* next);
   [[nodiscard]] bool readStored(std::string* data, Stored* stored);
-  [[nodiscard]] std::int64_t restore(Chunk* chunk, std::int64_t offset) const;
+  [[nodiscard]] std::int64_t restore(Chunk* chunk, std::int64_t offset, const Stored& stored) const;
+  [[nodiscard]] bool canBeIndexSize(std::uint32_t rawSize, std::int64_t fileSize) const;
   [[nodiscard]] bool seekToMessage(const MsgIndex& index, const std::string* data);
   [[nodiscard]] std::int64_t findChunk();
   template <typename T>

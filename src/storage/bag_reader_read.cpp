@@ -46,7 +46,7 @@ std::int64_t BagReader::read(Chunk* chunk, std::int64_t offset, std::int64_t* ne
     return -1;
   }
   if (next != nullptr) *next = stored.end;
-  return restore(chunk, offset);
+  return restore(chunk, offset, stored);
 }
 
 bool BagReader::seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& log) {
@@ -132,21 +132,34 @@ bool BagReader::readStored(std::string* data, Stored* stored) {
   }
   stored->crc = loadLe<std::uint32_t>(data->data() + size);
   stored->end = file_->pos();
+  stored->fileSize = fileSize_;
   data->resize(stored->size);
   return true;
 }
 
-std::int64_t BagReader::restore(Chunk* chunk, std::int64_t offset) const {
+std::int64_t BagReader::restore(Chunk* chunk, std::int64_t offset, const Stored& stored) const {
   const auto rawSize = loadLe<std::uint32_t>(&chunk->header[layout::kRawSizeOffset]);
-  if (compressor_ && rawSize != chunk->data.size()) {
+  if (compressor_ && rawSize != stored.size) {
     std::string restored;
-    if (compressor_->decompress(chunk->data.data(), chunk->data.size(), rawSize, &restored) < 1) {
+    const bool canBe =
+        chunk->type != layout::kIndexChunk || canBeIndexSize(rawSize, stored.fileSize);
+    if (!canBe ||
+        compressor_->decompress(chunk->data.data(), stored.size, rawSize, &restored) < 1) {
       readLog().error("decompress error, chunk offset: 0x%016llX, msg size: %d!", offset, rawSize);
       return -1;
     }
     chunk->data = std::move(restored);
   }
   return static_cast<std::int64_t>(chunk->data.size());
+}
+
+bool BagReader::canBeIndexSize(std::uint32_t rawSize, std::int64_t fileSize) const {
+  // An entry takes at most 63 bytes, the chunk of its message at least 52; a topic takes at
+  // most 57. A few compressed bytes could otherwise restore to billions of entries.
+  constexpr std::uint64_t kSlackBytes = 65'536;
+  constexpr std::uint64_t kTopicBytes = 64;
+  return rawSize / 2 <= static_cast<std::uint64_t>(std::max<std::int64_t>(fileSize, 0)) +
+                            kSlackBytes + kTopicBytes * topicNames_.size();
 }
 
 std::int64_t BagReader::read(const MsgIndex& index, std::string* data) {

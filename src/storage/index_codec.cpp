@@ -107,8 +107,8 @@ bool decodeTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes) {
   if (!message->ParseFromArray(data.data(), static_cast<int>(data.size()))) return false;
   for (const ChunkIndex& topic : message->indexes()) {
     if (topic.chunk_offsets().empty() || topic.chunk_offsets_size() != topic.infos_size()) continue;
-    if (indexes->contains(topic.topic_id())) continue;
-    indexes->emplace(topic.topic_id(), decodeIndex(topic));
+    const auto [entry, isNew] = indexes->try_emplace(topic.topic_id());
+    if (isNew) entry->second = decodeIndex(topic);
   }
   return true;
 }

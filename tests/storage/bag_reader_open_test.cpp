@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/str_util.h"
 #include "storage/bag_reader.h"
 #include "storage/bag_writer.h"
+#include "storage/largest_allocation.h"
 #include "storage/records.h"
 #include "support/failing_file_calls.h"
 #include "support/log_capture.h"
@@ -334,6 +336,44 @@ TEST_F(BagReaderOpen, IndexThatCannotBeParsedReturnsOne) {
                      openWarning("create index error!")}));
     EXPECT_TRUE(reader_.topicIndexes().empty());
   }
+}
+
+TEST_F(BagReaderOpen, IndexThatRestoresToMoreThanTheBagCanHoldReturnsOne) {
+  // A few kilobytes that would cost gigabytes.
+  for (const std::uint8_t compression : std::to_array<std::uint8_t>({2, 3})) {
+    BagBuilder bag = smallBag();
+    bag.header.compression = compression;
+    bag.header.indexChunkOffset = bag.chunkOffset(3);
+    const std::string index = indexOfEmptyEntries(2'000'000);
+    const std::string stored = compression == 2 ? compressed(basalt::Lz4Compress(), index)
+                                                : compressed(basalt::ZstdCompress(), index);
+    log_.clear();
+    const std::string bytes =
+        bag.buildUnclosed() + chunkBytes(255, timedChunkHeader(index.size()), stored);
+    const LargestAllocation memory;
+    EXPECT_EQ(open(bytes), 1);
+    EXPECT_LT(memory.bytes(), 1U << 20);
+    EXPECT_EQ(log_.lines(),
+              (Lines{errorLine("BagReader::read",
+                               osmik::StrUtil::format(
+                                   "decompress error, chunk offset: 0x%016llX, msg size: %d!",
+                                   bag.chunkOffset(3), index.size())),
+                     openWarning("read index chunk error!")}));
+  }
+}
+
+TEST_F(BagReaderOpen, IndexOfTheSmallestMessagesIsAccepted) {
+  // Entries as long as they can be, chunks as short as they can be, all alike.
+  BagFile::TopicHeader entry;
+  entry.time = entry.headerTimes[0] = entry.headerTimes[1] = -1;
+  entry.count = 0xFFFFFFFF;
+  BagWriter writer(CompressionType::kZstd, 1 << 16, "");
+  ASSERT_EQ(writer.open(path_), 0);
+  ASSERT_TRUE(writer.setTopics({"/a"}));
+  for (int i = 0; i < 20'000; ++i) ASSERT_EQ(writer.write(entry, "/a", ""), 0);
+  ASSERT_TRUE(writer.close());
+  ASSERT_EQ(reader_.open(path_), 0);
+  EXPECT_EQ(reader_.topicIndex("/a")->entries.size(), 20'000U);
 }
 
 TEST_F(BagReaderOpen, BagWithoutTopicsReturnsOne) {

@@ -312,6 +312,21 @@ TEST_F(BagWriterTest, FailedIndexChunkMakesCloseFalseAndLeavesAnUnindexedBag) {
   }
 }
 
+TEST_F(BagWriterTest, IndexChunkThatCannotLeaveTheBufferIsTakenBack) {
+  BagWriter writer(CompressionType::kNone, 1 << 16, "");
+  ASSERT_EQ(writer.open(path_), 0);
+  ASSERT_TRUE(writer.setTopics({"/a"}));
+  const std::string before = readFile(path_);
+  calls_.limitFileBytes(static_cast<std::int64_t>(before.size()) + 10);
+  EXPECT_FALSE(writer.close());
+  EXPECT_TRUE(log_.contains(errorLine("BagWriter::writeIndexChunk", "write index chunk error!")));
+  const RawBag bag = takeApart(readFile(path_));  // the header tells where messages would begin
+  EXPECT_EQ(numberAt<std::uint64_t>(bag.header, 16), before.size());
+  EXPECT_EQ(numberAt<std::uint64_t>(bag.header, 24), 0U);
+  EXPECT_EQ(bag.chunks.size(), 1U);
+  EXPECT_EQ(bag.rest, "");
+}
+
 TEST_F(BagWriterTest, FailedPaddingIsAWarningAndMakesCloseFalse) {
   openWithTopics();
   EXPECT_EQ(write("kept"), 4);

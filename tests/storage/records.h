@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "platform/compress.h"
 #include "storage/bag_file.h"
 #include "support/bag_builder.h"
 
@@ -46,6 +49,27 @@ inline MsgIndex messageIndex(const BuiltMessage& message, std::uint64_t chunkOff
   index.rawSize = message.rawSize != 0 ? message.rawSize : index.storedSize;
   index.chunkOffset = chunkOffset;
   return index;
+}
+
+/// The compressed form of `raw`, which must have one.
+inline std::string compressed(const basalt::Compressor& codec, const std::string& raw) {
+  std::string stored(codec.bound(raw.size()), '\0');
+  const auto length = codec.compress(raw.data(), raw.size(), stored.data(), stored.size());
+  EXPECT_GT(length, 0);
+  stored.resize(static_cast<std::size_t>(length));
+  return stored;
+}
+
+/// An index of one topic with no offsets and `count` entries of two bytes, which compresses to
+/// nothing.
+inline std::string indexOfEmptyEntries(std::size_t count) {
+  std::string entries;
+  for (std::size_t i = 0; i < count; ++i) entries.append("\x3A\x00", 2);
+  std::string length;
+  for (std::size_t rest = entries.size(); rest > 0; rest >>= 7) {
+    length += static_cast<char>((rest & 0x7F) | (rest >> 7 > 0 ? 0x80 : 0));
+  }
+  return '\x0A' + length + entries;
 }
 
 using Lines = std::vector<std::string>;

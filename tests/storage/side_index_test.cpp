@@ -8,6 +8,7 @@
 
 #include "platform/compress.h"
 #include "storage/bag_reader.h"
+#include "storage/largest_allocation.h"
 #include "storage/records.h"
 #include "support/failing_file_calls.h"
 #include "support/log_capture.h"
@@ -157,7 +158,9 @@ TEST_F(SideIndex, LyingDataSizeIsRefusedWithoutMemoryForIt) {
   for (const std::uint32_t size : {0xFFFFFFFFU, 0x80000000U, 5000U}) {
     std::string side = smallBag().buildSideFile();
     patch<std::uint32_t>(&side, kDataSizeAt, size);
+    const LargestAllocation memory;
     expectRefused(side, "read chunk data error!");
+    EXPECT_LT(memory.bytes(), 1U << 20);
   }
 }
 
@@ -190,15 +193,24 @@ TEST_F(SideIndex, CompressedOneIsRestored) {
   bag.topic(0, "/imu");
   for (int i = 0; i < 50; ++i) bag.message({.topicId = 0, .stored = "payload"});
   const std::string data = bag.index();
-  const basalt::ZstdCompress codec;
-  std::string stored(codec.bound(data.size()), '\0');
-  stored.resize(static_cast<std::size_t>(
-      codec.compress(data.data(), data.size(), stored.data(), stored.size())));
-  ASSERT_GT(stored.size(), 0U);
+  const std::string stored = compressed(basalt::ZstdCompress(), data);
   const std::string header = bag.buildSideFile().substr(0, 4096);
   const std::string side = header + chunkBytes(255, timedChunkHeader(data.size()), stored);
   EXPECT_EQ(open(bag.buildUnclosed(), side), 0);
   EXPECT_EQ(messages(), 50U);
+}
+
+TEST_F(SideIndex, ThatRestoresToMoreThanTheBagCanHoldIsRefused) {
+  BagBuilder bag = smallBag();
+  bag.header.compression = 3;
+  const std::string header = bag.buildSideFile().substr(0, 4096);
+  const std::string index = indexOfEmptyEntries(2'000'000);
+  const std::string side = header + chunkBytes(255, timedChunkHeader(index.size()),
+                                               compressed(basalt::ZstdCompress(), index));
+  ASSERT_LT(side.size(), 8192U);
+  const LargestAllocation memory;
+  EXPECT_EQ(open(bag.buildUnclosed(), side), 1);
+  EXPECT_LT(memory.bytes(), 1U << 20);
 }
 
 TEST_F(SideIndex, ThatCannotBeRestoredIsRefused) {
@@ -215,8 +227,10 @@ TEST_F(SideIndex, ThatCannotBeRestoredIsRefused) {
       patch<std::uint32_t>(&side, kRawSizeAt, rawSize);
       reader_.close();
       log_.clear();
+      const LargestAllocation memory;
       EXPECT_EQ(open(bag.buildUnclosed(), side), 1);
       EXPECT_EQ(log_.lines(), expected);
+      EXPECT_LT(memory.bytes(), 1U << 20);
     }
   }
 }
