@@ -7,6 +7,7 @@
 
 #include "kit/command.h"
 #include "kit/console.h"
+#include "kit/interrupt.h"
 #include "kit/simulate/simulate.h"
 #include "platform/str_util.h"
 
@@ -54,24 +55,25 @@ void printSummary(const sim::Options& options, const std::vector<sim::TopicSumma
   }
 }
 
+// Shows the progress, and clears away when interrupted.
+bool simulateVisibly(const sim::Options& options, std::vector<sim::TopicSummary>* topics) {
+  const InterruptGuard guard;
+  ProgressLine line("simulating " + options.bagPath);
+  const auto progress = [&line](double part) {
+    line.show(part);
+    return !InterruptGuard::isInterrupted();
+  };
+  return sim::simulate(options, progress, topics);
+}
+
 ExitCode run(const Arguments& arguments) {
   sim::Options options = arguments.options;
   options.calibrated = !arguments.uncalibrated;
   options.compression = compressions().at(arguments.compression);  // one of them: checked
   std::vector<sim::TopicSummary> topics;
-  bool done = false;
-  {
-    ProgressLine line("simulating " + options.bagPath);
-    done = sim::simulate(
-        options,
-        [&line](double part) {
-          line.show(part);
-          return true;
-        },
-        &topics);
-  }
-  if (!done) {
-    std::fprintf(stderr, "kbagkit: %s was not made\n", options.bagPath.c_str());
+  if (!simulateVisibly(options, &topics)) {
+    std::fprintf(stderr, "kbagkit: %s%s was not made\n",
+                 InterruptGuard::isInterrupted() ? "interrupted: " : "", options.bagPath.c_str());
     return kFailed;
   }
   printSummary(options, topics);
