@@ -35,9 +35,8 @@ std::string timeField(std::int64_t timeUs) {
 
 // "141123": day, month, year.
 std::string dateField(std::int64_t timeUs) {
-  const std::chrono::sys_days day = std::chrono::floor<std::chrono::days>(
-      std::chrono::sys_time(std::chrono::microseconds(timeUs)));
-  const std::chrono::year_month_day date(day);
+  const std::chrono::sys_time<std::chrono::microseconds> time{std::chrono::microseconds(timeUs)};
+  const std::chrono::year_month_day date(std::chrono::floor<std::chrono::days>(time));
   return StrUtil::format("%02u%02u%02d", static_cast<unsigned>(date.day()),
                          static_cast<unsigned>(date.month()), static_cast<int>(date.year()) % 100);
 }

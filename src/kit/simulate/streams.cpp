@@ -12,6 +12,7 @@ std::vector<StreamPtr> makeStreams(const Scene& scene) {
       makeLidarStream, makeGnssStream,   makeRawGnssLog, makeRawNtripLog,    makeRawPpkLog,
   };
   std::vector<StreamPtr> streams;
+  streams.reserve(kMakers.size() + scene.calibration.cameras.size());
   for (const Maker make : kMakers) streams.push_back(make(scene));
   for (std::size_t i = 0; i < scene.calibration.cameras.size(); ++i) {
     streams.push_back(makeCameraStream(scene, i));
