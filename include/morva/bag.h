@@ -2,6 +2,7 @@
 #define MORVA_BAG_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -113,6 +114,12 @@ class MorvaBag {
   /// @return 0 when all is sound, or after a log line: 3 no bag, 7 a damaged, unknown or missing chunk,
   ///         or the reader's open code.
   [[nodiscard]] static int checkAll(const std::string& path);
+
+  /// Told the file offset of each message that a check has verified; false ends the check.
+  using CheckProgress = std::function<bool(std::uint64_t offset)>;
+  static constexpr int kCheckStopped = -1;
+  /// The same, for bags that take long. @return kCheckStopped, without a line, when `goOn` ended it.
+  [[nodiscard]] static int checkAll(const std::string& path, const CheckProgress& goOn);
 
   /// Version of the bag library.
   [[nodiscard]] static std::string getVersion();

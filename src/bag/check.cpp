@@ -5,14 +5,22 @@
 
 namespace morva {
 
-int MorvaBag::checkAll(const std::string& path) {
+int MorvaBag::checkAll(const std::string& path) { return checkAll(path, {}); }
+
+int MorvaBag::checkAll(const std::string& path, const CheckProgress& goOn) {
   const Log log({}, "checkAll");
   constexpr int kDamaged = 7;
 
   BagReader bag;
   const int code = openForWalk(path, log, &bag);
   if (!isWalkable(code)) return code;
-  return walkChunks(&bag, log, {}) ? 0 : kDamaged;
+  bool stopped = false;
+  const auto onMessage = [&](const BagFile::TopicHeader& /*entry*/, std::uint64_t offset) {
+    stopped = goOn && !goOn(offset);
+    return !stopped;
+  };
+  if (walkChunks(&bag, log, onMessage)) return 0;
+  return stopped ? kCheckStopped : kDamaged;
 }
 
 }  // namespace morva

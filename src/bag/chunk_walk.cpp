@@ -53,7 +53,7 @@ bool walkChunks(BagReader* reader, const Log& log, const OnMessage& onMessage) {
       log.warning("read chunk offset(0x%016llx:%lld) error!", offset, offset);
       return false;
     }
-    if (onMessage) onMessage(entry, static_cast<std::uint64_t>(offset));
+    if (onMessage && !onMessage(entry, static_cast<std::uint64_t>(offset))) return false;
     offset = next;
   }
 }

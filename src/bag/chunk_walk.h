@@ -20,14 +20,14 @@ namespace morva {
 /// True for the codes of openForWalk() after which a walk can begin.
 [[nodiscard]] bool isWalkable(int openCode);
 
-using OnMessage = std::function<void(const BagFile::TopicHeader& entry, std::uint64_t chunkOffset)>;
+/// Takes one message, as an index holds it, and its chunk's file offset. @return False to end the
+/// walk.
+using OnMessage = std::function<bool(const BagFile::TopicHeader& entry, std::uint64_t chunkOffset)>;
 
 /// Reads and verifies the chunks of an open bag in file order, from its first message chunk to the
 /// index chunk, or to the first chunk that cannot be read, has a wrong header or an unknown type;
 /// the latter end the walk with a warning.
-/// @param onMessage  Called with every message, as an index holds it, and its chunk's file offset;
-/// may be
-///                   empty.
+/// @param onMessage  Called with every message; may be empty.
 /// @return True when the walk came to the index chunk.
 [[nodiscard]] bool walkChunks(BagReader* reader, const Log& log, const OnMessage& onMessage);
 

@@ -50,6 +50,7 @@ bool scanMessages(const std::string& path, View* view, std::string* index) {
     view->indexes.push_back(makeMsgIndex(topicId, entry, chunkOffset,
                                          name == names.end() ? std::string() : name->second));
     if (index != nullptr) builder.add(topicId, entry, chunkOffset);
+    return true;
   };
   // A walk that ended at damage has said so; what it found counts.
   ignoreResult(walkChunks(&bag, log, onMessage));

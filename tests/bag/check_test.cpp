@@ -73,6 +73,39 @@ TEST_F(CheckAll, SoundBagReturnsZeroWithoutALine) {
   }
 }
 
+TEST_F(CheckAll, ProgressIsToldEveryMessageInFileOrder) {
+  writeFile(path_, soundBag());
+  std::vector<std::uint64_t> offsets;
+  const auto note = [&](std::uint64_t offset) {
+    offsets.push_back(offset);
+    return true;
+  };
+  EXPECT_EQ(MorvaBag::checkAll(path_, note), kSound);
+  std::vector<std::uint64_t> expected;
+  for (const MsgIndex& index : MorvaBag::getAllView(path_, nullptr).indexes) {
+    expected.push_back(index.chunkOffset);
+  }
+  EXPECT_EQ(offsets.size(), 2U);
+  EXPECT_EQ(offsets, expected);
+}
+
+TEST_F(CheckAll, ProgressThatSaysStopEndsTheCheckSilently) {
+  writeFile(path_, soundBag());
+  const LogCapture log;
+  int calls = 0;
+  const auto stop = [&](std::uint64_t /*offset*/) { return ++calls < 1; };
+  EXPECT_EQ(MorvaBag::checkAll(path_, stop), MorvaBag::kCheckStopped);
+  EXPECT_EQ(calls, 1);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(CheckAll, ProgressDoesNotHideDamage) {
+  std::string bag = soundBag();
+  bag[bag.find("as it stands")] ^= 1;
+  writeFile(path_, bag);
+  EXPECT_EQ(MorvaBag::checkAll(path_, [](std::uint64_t /*offset*/) { return true; }), kDamaged);
+}
+
 TEST_F(CheckAll, BagWithoutMessagesIsSound) {
   record(path_, {"/a"}, {});
   EXPECT_EQ(MorvaBag::checkAll(path_), kSound);
