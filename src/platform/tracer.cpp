@@ -19,10 +19,11 @@ void Tracer::addSink(std::shared_ptr<TracerSink> sink) {
   hasSinks_ = true;
 }
 
-void Tracer::removeSink(const std::shared_ptr<TracerSink>& sink) {
+bool Tracer::removeSink(const std::shared_ptr<TracerSink>& sink) {
   const std::lock_guard lock(mutex_);
-  std::erase(sinks_, sink);
+  const std::size_t removed = std::erase(sinks_, sink);
   hasSinks_ = !sinks_.empty();
+  return removed > 0;
 }
 
 void Tracer::start(const std::string& path) {

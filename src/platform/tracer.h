@@ -36,7 +36,8 @@ class Tracer {
   static constexpr int kError = 3;
 
   void addSink(std::shared_ptr<TracerSink> sink);
-  void removeSink(const std::shared_ptr<TracerSink>& sink);
+  /// @return False when it was not there.
+  bool removeSink(const std::shared_ptr<TracerSink>& sink);
 
   /// Keeps `path` and does nothing with it: a file that everyone can write must not steer a program.
   void start(const std::string& path);

@@ -61,7 +61,8 @@ TEST(TracerSinks, WithoutOneNothingIsEnabled) {
   const auto sink = std::make_shared<Collector>();
   tracer.addSink(sink);
   EXPECT_TRUE(tracer.isEnabled(Tracer::kError));
-  tracer.removeSink(sink);
+  EXPECT_TRUE(tracer.removeSink(sink));
+  EXPECT_FALSE(tracer.removeSink(sink));
   EXPECT_FALSE(tracer.isEnabled(Tracer::kError));
   tracer.print(Tracer::kError, "line");
   EXPECT_TRUE(sink->lines.empty());
