@@ -7,8 +7,8 @@
 
 #include "kit/command.h"
 #include "kit/console.h"
-#include "kit/interrupt.h"
 #include "kit/simulate/simulate.h"
+#include "platform/interrupt.h"
 #include "platform/str_util.h"
 
 namespace morva::kit {
@@ -57,11 +57,11 @@ void printSummary(const sim::Options& options, const std::vector<sim::TopicSumma
 
 // Shows the progress, and clears away when interrupted.
 bool simulateVisibly(const sim::Options& options, std::vector<sim::TopicSummary>* topics) {
-  const InterruptGuard guard;
+  const osmik::Interrupt interrupt;
   ProgressLine line("simulating " + options.bagPath);
   const auto progress = [&line](double part) {
     line.show(part);
-    return !InterruptGuard::isInterrupted();
+    return !osmik::Interrupt::requested();
   };
   return sim::simulate(options, progress, topics);
 }
@@ -73,7 +73,7 @@ ExitCode run(const Arguments& arguments) {
   std::vector<sim::TopicSummary> topics;
   if (!simulateVisibly(options, &topics)) {
     std::fprintf(stderr, "kbagkit: %s%s was not made\n",
-                 InterruptGuard::isInterrupted() ? "interrupted: " : "", options.bagPath.c_str());
+                 osmik::Interrupt::requested() ? "interrupted: " : "", options.bagPath.c_str());
     return kFailed;
   }
   printSummary(options, topics);

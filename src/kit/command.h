@@ -11,6 +11,7 @@ enum ExitCode : int {
   kFailed = 1,
   kUsage = 2,
   kDoneWithLosses = 3,  ///< the result is there, but something of the input could not be used
+  kInterrupted = 130,   ///< Ctrl-C
 };
 
 /// Adds a subcommand to the program: its options, and a callback that runs it and leaves an
@@ -18,6 +19,7 @@ enum ExitCode : int {
 /// everything else to standard error.
 using AddCommand = void (*)(CLI::App* program, int* exitCode);
 
+void addBatchCommand(CLI::App* program, int* exitCode);
 void addSimulateCommand(CLI::App* program, int* exitCode);
 
 }  // namespace morva::kit

@@ -18,9 +18,17 @@ bool hasColour() {
 
 }  // namespace
 
-std::string heading(std::string_view text) {
+std::string heading(std::string_view text) { return coloured(text, 1); }
+
+std::string coloured(std::string_view text, int code) {
   static const bool kColour = hasColour();
-  return kColour ? "\033[1m" + std::string(text) + "\033[0m" : std::string(text);
+  if (!kColour) return std::string(text);
+  return "\033[" + std::to_string(code) + "m" + std::string(text) + "\033[0m";
+}
+
+const std::shared_ptr<osmik::TracerSink>& standardErrorSink() {
+  static const std::shared_ptr<osmik::TracerSink> kSink = std::make_shared<osmik::STDSink>();
+  return kSink;
 }
 
 ProgressLine::ProgressLine(std::string what)

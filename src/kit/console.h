@@ -1,13 +1,24 @@
 #ifndef MORVA_KIT_CONSOLE_H_
 #define MORVA_KIT_CONSOLE_H_
 
+#include <memory>
 #include <string>
 #include <string_view>
+
+#include "platform/tracer.h"
 
 namespace morva::kit {
 
 /// Text in bold, where standard output shows colours: on a terminal, unless NO_COLOR is set.
 [[nodiscard]] std::string heading(std::string_view text);
+
+/// Text in a colour, a foreground code of the terminal's such as 31 (red), under the same
+/// conditions.
+[[nodiscard]] std::string coloured(std::string_view text, int code);
+
+/// Where the program's log lines go. A command that writes over lines of standard error takes it
+/// away from the log for as long.
+[[nodiscard]] const std::shared_ptr<osmik::TracerSink>& standardErrorSink();
 
 /// Shows how far a command is, as a percentage on a line of standard error that is written over
 /// again; nothing where that is no terminal. The line is cleared in the end.

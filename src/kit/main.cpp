@@ -4,6 +4,7 @@
 #include <string>
 
 #include "kit/command.h"
+#include "kit/console.h"
 #include "morva/version.h"
 #include "platform/singleton.h"
 #include "platform/tracer.h"
@@ -12,19 +13,20 @@ namespace {
 
 using namespace morva::kit;
 
-constexpr std::array<AddCommand, 1> kCommands = {addSimulateCommand};
+constexpr std::array<AddCommand, 2> kCommands = {addBatchCommand, addSimulateCommand};
 
 void logToStandardError() {
   auto& tracer = osmik::Singleton<osmik::Tracer>::getInstance();
   tracer.setLevel(osmik::Tracer::kWarning);
-  tracer.addSink(std::make_shared<osmik::STDSink>());
+  tracer.addSink(standardErrorSink());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   logToStandardError();
-  CLI::App program("Companion of kbag: makes recordings of a simulated device", "kbagkit");
+  CLI::App program("Companion of kbag: makes recordings of a simulated device, and unpacks many",
+                   "kbagkit");
   program.set_version_flag("--version", std::string("kbagkit ") + morva::kVersion);
   program.require_subcommand(1);
 
