@@ -1,12 +1,11 @@
 #include "export/picture_module.h"
 
 #include <atomic>
-#include <dlfcn.h>
-#include <link.h>
 #include <mutex>
 
 #include "platform/file.h"
 #include "platform/file_path.h"
+#include "platform/shared_object.h"
 
 namespace morva {
 namespace {
@@ -25,29 +24,11 @@ std::atomic<PictureDecoder*>& replacement() {
   return decoder;
 }
 
-/// The file of the program or library that holds this code; empty where its path is not known for
-/// sure.
-std::string ownFile() {
-  Dl_info info{};
-  link_map* map = nullptr;
-  const void* const self = reinterpret_cast<const void*>(&PictureModule::places);
-  const bool isKnown = ::dladdr1(self, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) != 0;
-  if (!isKnown || map == nullptr) return {};
-  const std::string name = map->l_name;
-  // The program itself has no name here, and the one it was called by may be relative.
-  if (name.empty()) return osmik::FilePath("/proc/self/exe").realPath();
-  return name.starts_with('/') ? osmik::FilePath(name).realPath() : std::string();
-}
-
-std::string lastError() {
-  const char* const text = ::dlerror();
-  return text == nullptr ? "unknown reason" : text;
-}
-
 }  // namespace
 
 std::vector<std::string> PictureModule::places() {
-  const std::string own = ownFile();
+  const void* const self = reinterpret_cast<const void*>(&PictureModule::places);
+  const std::string own = osmik::SharedObject::fileOf(self);
   std::vector<std::string> paths;
   if (!own.starts_with('/')) return paths;
   const std::string folder = osmik::FilePath(own).dirName();
@@ -56,16 +37,10 @@ std::vector<std::string> PictureModule::places() {
 }
 
 PictureDecoder* PictureModule::load(const std::string& path, std::string* reason) {
-  void* const module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (module == nullptr) {
-    *reason = lastError();
-    return nullptr;
-  }
-  const auto function = reinterpret_cast<PictureFunction>(::dlsym(module, kPictureFunction));
-  if (function != nullptr) return function();  // never unloaded: its library keeps threads
-  *reason = lastError();
-  ::dlclose(module);
-  return nullptr;
+  // Never unloaded: the library behind it keeps threads.
+  void* const found = osmik::SharedObject::loadSymbol(path, kPictureFunction, reason);
+  const auto function = reinterpret_cast<PictureFunction>(found);
+  return function == nullptr ? nullptr : function();
 }
 
 PictureDecoder* PictureModule::decoder(std::string* reason) {

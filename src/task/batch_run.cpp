@@ -71,6 +71,7 @@ void BatchRun::prepareOutput(const Job& job) {
   for (const char* folder : kFreshFolders) {
     const std::string path = job.outputPath + folder;
     // What cannot be emptied or made shows when a topic's files cannot be created there.
+    ignoreResult(osmik::Directory::removeLinks(job.outputPath, folder));
     ignoreResult(osmik::Directory::removeDir(path, true));
     ignoreResult(osmik::Directory::createDir(path, true));
   }
