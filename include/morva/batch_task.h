@@ -35,8 +35,8 @@ class BatchRun;
 /// process-wide log.
 ///
 /// Threads: the const operations may be called from any thread at any time, also while another
-/// thread is in StopTask(). Init(), StartTask(), StopTask() and the destructor are for one thread
-/// at a time, and never for the task itself.
+/// thread is in StopTask(). So may Init(), StartTask() and StopTask(), which wait for one another,
+/// but never from the task itself. The destructor has to be the last call.
 class BagTool {
  public:
   /// Values of GetErrorCode(). They reach host programs: never renumber, only append.
@@ -144,6 +144,7 @@ class BagTool {
   std::mutex logMutex_;                ///< guards the log files
   std::vector<ProjectInfo> projects_;  ///< accepted by Init()
   std::atomic<bool> stop_ = false;
+  std::mutex controlMutex_;  ///< held by Init(), StartTask() and StopTask()
   std::future<void> worker_;
   std::atomic<std::int32_t> state_ = kIdle;
   bool withConfigFile_ = false;

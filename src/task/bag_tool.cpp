@@ -15,6 +15,7 @@ BagTool::BagTool() = default;
 BagTool::~BagTool() { StopTask(); }
 
 bool BagTool::Init(const PreprocessArgs& args) {
+  const std::lock_guard lock(controlMutex_);
   if (!initLog(args.logDir)) return false;
   if (const int state = state_; state != kIdle) {
     logout(taskLine("<E>%s BagTool::%s,cannot init when state: %d!\n", "Init", state));
@@ -42,6 +43,7 @@ void BagTool::acceptProjects(const std::vector<ProjectInfo>& candidates) {
 }
 
 void BagTool::StartTask() {
+  const std::lock_guard lock(controlMutex_);
   if (const int state = state_; state != kInitialised) {
     logout(taskLine("<E>%s BagTool::%s,cannot start task when state: %d!\n", "StartTask", state));
     errorCode_ = kNotStarted;
@@ -51,7 +53,7 @@ void BagTool::StartTask() {
   errorCode_ = kSuccess;
   progress_ = 0.0F;
   {
-    const std::lock_guard lock(failedTopicsMutex_);
+    const std::lock_guard topicsLock(failedTopicsMutex_);
     failedTopics_.clear();
   }
   std::promise<void> begun;
@@ -83,10 +85,12 @@ void BagTool::runTask() {
 }
 
 void BagTool::StopTask() {
-  stop_ = true;
+  stop_ = true;  // at once, not only when a start that is going on has ended ...
+  const std::lock_guard lock(controlMutex_);
+  stop_ = true;  // ... which may have taken it back
   if (worker_.valid()) worker_.wait();
   {
-    const std::lock_guard lock(logMutex_);
+    const std::lock_guard logLock(logMutex_);
     log_.reset();
     retiredLogs_.clear();
   }

@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <pthread.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -210,6 +211,19 @@ TEST_F(BagToolState, StopMayBeCalledAtAnyTimeAndRepeatedly) {
   tool.StopTask();
   EXPECT_TRUE(tool.IsTaskFinished());
   EXPECT_TRUE(tool.wasStopped());
+}
+
+TEST_F(BagToolState, StartAndStopMayComeFromDifferentThreads) {
+  for (int i = 0; i < 50; ++i) {
+    HeldTool tool;
+    ASSERT_TRUE(tool.Init(noProjects()));
+    std::thread stopper([&tool] { tool.StopTask(); });
+    tool.StartTask();  // before, during or after the stop
+    stopper.join();
+    const bool cameTooLate = tool.GetErrorCode() == BagTool::kNotStarted;
+    EXPECT_TRUE(tool.IsTaskFinished());
+    EXPECT_NE(cameTooLate, tool.wasStopped());
+  }
 }
 
 TEST_F(BagToolState, StopClosesTheLogBeforeItsOwnLine) {
