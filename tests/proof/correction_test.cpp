@@ -1,6 +1,5 @@
 // Corrected clouds and inertial data against the world that they were simulated in.
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <sstream>
 #include <string>
@@ -9,46 +8,12 @@
 #include <Eigen/Geometry>
 #include <gtest/gtest.h>
 
+#include "proof/cloud_fit.h"
 #include "proof/simulated_recording.h"
-#include "support/pcd_file.h"
 #include "support/temp_dir.h"
 
 namespace morva::test {
 namespace {
-
-/// Distances (m) of points to the surfaces that they were measured on.
-struct Fit {
-  std::size_t clouds = 0;
-  std::size_t points = 0;
-  double squares = 0.0;
-  double worst = 0.0;
-
-  void add(double distance) {
-    ++points;
-    squares += distance * distance;
-    worst = std::max(worst, distance);
-  }
-  [[nodiscard]] double rms() const { return std::sqrt(squares / static_cast<double>(points)); }
-  void print(const char* what) const {
-    std::printf("%s: %zu clouds, %zu points, RMS %.3f mm, worst %.3f mm\n", what, clouds, points,
-                1e3 * rms(), 1e3 * worst);
-  }
-};
-
-/// Puts every point into the world with the IMU's true pose at the point's own time.
-Fit fitOfClouds(const std::string& folder, const Truth& truth) {
-  Fit fit;
-  for (const std::string& path : pcdFiles(folder)) {
-    ++fit.clouds;
-    for (const PcdPoint& point : readPcd(path)) {
-      fit.add(truth.distanceToSurface(truth.worldFromImu(point.timeS) * point.position));
-    }
-  }
-  return fit;
-}
-
-constexpr double kSharpRms = 0.002;
-constexpr double kSharpWorst = 0.010;
 
 const std::vector<std::string> kStill = {"--still",   "--noise", "0",        "--cameras", "0",
                                          "--seconds", "3",       "--points", "4000"};
