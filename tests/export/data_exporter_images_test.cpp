@@ -389,8 +389,8 @@ TEST(PictureModule, GivesItsReasonsWhereItCannotBeLoaded) {
   test::writeFile(dir / "kbag_pictures.so", "no library");
   EXPECT_EQ(PictureModule::load(dir / "kbag_pictures.so", &reason), nullptr);
   EXPECT_THAT(reason, testing::HasSubstr("file too short"));
-  EXPECT_EQ(PictureModule::load("libz.so.1", &reason), nullptr);
-  EXPECT_THAT(reason, testing::HasSubstr("kbagPictureDecoder1"));
+  EXPECT_EQ(PictureModule::load("kbag_pictures.so", &reason), nullptr);
+  EXPECT_THAT(reason, testing::HasSubstr("not an absolute path"));
 }
 
 }  // namespace morva
