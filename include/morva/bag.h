@@ -16,10 +16,10 @@ class BagReader;
 
 /// A bag file, open for writing (a new file) or for reading (an existing one).
 ///
-/// Closed -> open() -> open -> close() -> closed, as often as wanted; opening again replaces what was
-/// open. Failures are return values and one log line; nothing is thrown.
-/// Threads: readMessage() may be called from any number of threads at the same time. open(), close()
-/// and writeMessage() must not run at the same time as any other operation on the same handle.
+/// Closed -> open() -> open -> close() -> closed, as often as wanted; opening again replaces what
+/// was open. Failures are return values and one log line; nothing is thrown. Threads: readMessage()
+/// may be called from any number of threads at the same time. open(), close() and writeMessage()
+/// must not run at the same time as any other operation on the same handle.
 class MorvaBag {
  public:
   using BagMode = morva::BagMode;
@@ -42,9 +42,9 @@ class MorvaBag {
     kOpenNoTopics = 9,     ///< write: `topics` is empty
   };
 
-  /// Bytes that a message header holds at least: u32 compress flag (0: store as it stands), u32 count
-  /// word, i64 first header time, i64 second header time (us since the Unix epoch), 8 bytes unused;
-  /// little-endian. makeMessageHeader() builds one.
+  /// Bytes that a message header holds at least: u32 compress flag (0: store as it stands), u32
+  /// count word, i64 first header time, i64 second header time (us since the Unix epoch), 8 bytes
+  /// unused; little-endian. makeMessageHeader() builds one.
   static constexpr std::size_t kMessageHeaderBytes = 32;
 
   MorvaBag();
@@ -52,12 +52,15 @@ class MorvaBag {
   MorvaBag& operator=(const MorvaBag&) = delete;
   ~MorvaBag();
 
-  /// Opens `path`. A write creates the file, which must not exist, from the three write options below
-  /// and stores `privateData` (at most 4056 bytes, a serialized DeviceInfo message or empty) in its
-  /// header; a read ignores `privateData`.
-  /// @return 0 or an OpenCode. Codes 2, 3 and 9 leave the handle as it was; a refused topic list leaves
-  ///         the new file open, for the caller to close; after any other failure the handle is closed.
-  [[nodiscard]] int open(const std::string& path, BagMode mode, const std::string& privateData = {});
+  /// Opens `path`. A write creates the file, which must not exist, from the three write options
+  /// below and stores `privateData` (at most 4056 bytes, a serialized DeviceInfo message or empty)
+  /// in its header; a read ignores `privateData`.
+  /// @return 0 or an OpenCode. Codes 2, 3 and 9 leave the handle as it was; a refused topic list
+  /// leaves
+  ///         the new file open, for the caller to close; after any other failure the handle is
+  ///         closed.
+  [[nodiscard]] int open(const std::string& path, BagMode mode,
+                         const std::string& privateData = {});
 
   /// Closes what is open: a bag being written gets its index and final header here.
   /// @return False, after an error line, when something of a written bag did not reach the file.
@@ -68,7 +71,8 @@ class MorvaBag {
   /// @param timeUs  Message time, us since the Unix epoch.
   /// @param header  At least kMessageHeaderBytes, see there.
   /// @param data    Payload. An empty one, or a count word of 0, is stored and refused when read.
-  /// @return False after an error line. The bag stays open; messages written before are not affected.
+  /// @return False after an error line. The bag stays open; messages written before are not
+  /// affected.
   [[nodiscard]] bool writeMessage(const std::string& topic, std::int64_t timeUs,
                                   const std::string& header, const std::string& data);
 
@@ -83,10 +87,10 @@ class MorvaBag {
   /// @return False after an error line; the bag stays usable.
   [[nodiscard]] bool readMessage(const View::MsgIndex& index, std::string* data) const;
 
-  /// Messages of one topic whose first header time lies in [startUs, startUs + durationS], in the order
-  /// in which they were written. A start or a duration of 0 or less sets no upper bound (but for the
-  /// year 2100). Unknown topics log a line; they, a closed bag and one open for writing give an empty
-  /// view.
+  /// Messages of one topic whose first header time lies in [startUs, startUs + durationS], in the
+  /// order in which they were written. A start or a duration of 0 or less sets no upper bound (but
+  /// for the year 2100). Unknown topics log a line; they, a closed bag and one open for writing
+  /// give an empty view.
   [[nodiscard]] View getView(const std::string& topic, std::int64_t startUs,
                              std::int64_t durationS) const;
   /// The views of several topics, one after another in the order of the list.
@@ -105,20 +109,24 @@ class MorvaBag {
   /// @param text  [out, may be null] The record as JSON; left as it was where there is none.
   [[nodiscard]] DeviceInfo getDeviceInfo(std::string* text) const;
 
-  /// Rebuilds the index of the bag at `path` into the side file "<path>.index", by walking its chunks.
-  /// @return 0, or after a log line: 1 the walk failed, 3 no bag, 4 the side file cannot be created,
+  /// Rebuilds the index of the bag at `path` into the side file "<path>.index", by walking its
+  /// chunks.
+  /// @return 0, or after a log line: 1 the walk failed, 3 no bag, 4 the side file cannot be
+  /// created,
   ///         5, 6 or 8 it could not be written, or the reader's open code.
   [[nodiscard]] static int reindex(const std::string& path);
 
   /// Reads and verifies every chunk of the bag at `path`, from the first to the end chunk.
-  /// @return 0 when all is sound, or after a log line: 3 no bag, 7 a damaged, unknown or missing chunk,
+  /// @return 0 when all is sound, or after a log line: 3 no bag, 7 a damaged, unknown or missing
+  /// chunk,
   ///         or the reader's open code.
   [[nodiscard]] static int checkAll(const std::string& path);
 
   /// Told the file offset of each message that a check has verified; false ends the check.
   using CheckProgress = std::function<bool(std::uint64_t offset)>;
   static constexpr int kCheckStopped = -1;
-  /// The same, for bags that take long. @return kCheckStopped, without a line, when `goOn` ended it.
+  /// The same, for bags that take long. @return kCheckStopped, without a line, when `goOn` ended
+  /// it.
   [[nodiscard]] static int checkAll(const std::string& path, const CheckProgress& goOn);
 
   /// Version of the bag library.

@@ -13,8 +13,8 @@ namespace osmik {
 ///
 /// A key is an option word without its dashes; "-x" and "--x" name the same key. A word that starts
 /// with "-" and goes on with a digit is a value. "--key=value" gives exactly that value. A repeated
-/// option adds to its values. An option takes the words that follow it, up to the next option, as far
-/// as setMaxValues allows; one that was not named there takes none.
+/// option adds to its values. An option takes the words that follow it, up to the next option, as
+/// far as setMaxValues allows; one that was not named there takes none.
 class ArgOption {
  public:
   static constexpr std::size_t kAllValues = std::numeric_limits<std::size_t>::max();

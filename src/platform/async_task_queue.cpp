@@ -1,12 +1,11 @@
 #include "platform/async_task_queue.h"
 
-#include <pthread.h>
-#include <sched.h>
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
 #include <system_error>
 #include <utility>
 
@@ -35,8 +34,8 @@ void applySchedParam(const SchedParam& sched) {
   pinToCpus(sched.cpus);
   if (sched.realTime) {
     sched_param priority{};
-    priority.sched_priority =
-        std::clamp(sched.priority, sched_get_priority_min(SCHED_FIFO), sched_get_priority_max(SCHED_FIFO));
+    priority.sched_priority = std::clamp(sched.priority, sched_get_priority_min(SCHED_FIFO),
+                                         sched_get_priority_max(SCHED_FIFO));
     pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority);
   }
   if (sched.niceness != -1) setpriority(PRIO_PROCESS, 0, sched.niceness);

@@ -12,7 +12,8 @@
 
 namespace morva {
 
-static_assert(std::endian::native == std::endian::little, "a big-endian build needs byte swaps here");
+static_assert(std::endian::native == std::endian::little,
+              "a big-endian build needs byte swaps here");
 
 /// Reads a little-endian fixed-width integer from `bytes`, which need not be aligned.
 template <std::integral T>

@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <limits>
-#include <memory>
-
 #include <lz4.h>
+#include <memory>
 #include <zstd.h>
 
 namespace basalt {

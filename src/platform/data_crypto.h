@@ -5,8 +5,8 @@
 
 namespace morva {
 
-/// Hook for scrambled header and file contents. Both operations return their input unchanged: no file
-/// written by this system is scrambled.
+/// Hook for scrambled header and file contents. Both operations return their input unchanged: no
+/// file written by this system is scrambled.
 class DataCrypto {
  public:
   [[nodiscard]] static std::string encrypt(std::string data);

@@ -6,13 +6,14 @@
 
 namespace osmik {
 
-/// A point in time, microseconds since the Unix epoch; or, from fromMono(), since an arbitrary start
-/// that no clock adjustment moves.
+/// A point in time, microseconds since the Unix epoch; or, from fromMono(), since an arbitrary
+/// start that no clock adjustment moves.
 class Time {
  public:
   Time() = default;
   explicit Time(std::int64_t microseconds) : microseconds_(microseconds) {}
-  /// Seconds, rounded to the nearest microsecond. Values that do not fit (and not-a-number) saturate.
+  /// Seconds, rounded to the nearest microsecond. Values that do not fit (and not-a-number)
+  /// saturate.
   explicit Time(double seconds);
 
   [[nodiscard]] static Time now();

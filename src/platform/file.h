@@ -11,9 +11,9 @@ namespace osmik {
 
 /// Values reach callers as numbers: never renumber.
 enum class OpenMode : int {
-  kRead = 0,       ///< an existing regular file or block device
-  kWrite = 2,      ///< create, or truncate what is there
-  kWriteNew = 3,   ///< create exclusively: fails where anything, a link included, is there already
+  kRead = 0,      ///< an existing regular file or block device
+  kWrite = 2,     ///< create, or truncate what is there
+  kWriteNew = 3,  ///< create exclusively: fails where anything, a link included, is there already
 };
 
 /// A device that bytes are read from or written to, at a position that advances.
@@ -31,8 +31,8 @@ class IODevice {
   /// after some bytes; -1 with errno set when nothing was read because of an error.
   [[nodiscard]] virtual std::int64_t read(void* out, std::size_t size) = 0;
 
-  /// Writes through the buffer. @return Bytes accepted; fewer than given, or -1, after an error (errno
-  /// is set). What was accepted before stays in the buffer, and the next flush tries again.
+  /// Writes through the buffer. @return Bytes accepted; fewer than given, or -1, after an error
+  /// (errno is set). What was accepted before stays in the buffer, and the next flush tries again.
   [[nodiscard]] virtual std::int64_t write(const void* data, std::size_t size) = 0;
 
  protected:
@@ -60,11 +60,14 @@ class File final : public IODevice {
 
   [[nodiscard]] std::int64_t read(void* out, std::size_t size) override;
   [[nodiscard]] std::int64_t write(const void* data, std::size_t size) override;
-  [[nodiscard]] std::int64_t write(std::string_view data) { return write(data.data(), data.size()); }
+  [[nodiscard]] std::int64_t write(std::string_view data) {
+    return write(data.data(), data.size());
+  }
   /// The same as write().
   [[nodiscard]] std::int64_t writeData(const void* data, std::int64_t size);
 
-  /// Moves the position; the buffer is flushed first when writing. Positions past the end are allowed.
+  /// Moves the position; the buffer is flushed first when writing. Positions past the end are
+  /// allowed.
   /// @return The new position, or -1.
   [[nodiscard]] std::int64_t seek(std::int64_t offset);
   /// Bytes from the start of the file at which the next read or write happens.
@@ -97,8 +100,9 @@ class File final : public IODevice {
   std::string path_;
   int fd_ = -1;
   bool writing_ = false;
-  std::int64_t position_ = 0;  ///< reading: next byte; writing: file offset of the buffer's first byte
-  std::vector<char> buffer_;   ///< reading: bytes from bufferStart_; writing: bytes not yet written
+  std::int64_t position_ =
+      0;  ///< reading: next byte; writing: file offset of the buffer's first byte
+  std::vector<char> buffer_;  ///< reading: bytes from bufferStart_; writing: bytes not yet written
   std::int64_t bufferStart_ = 0;
 };
 

@@ -1,9 +1,8 @@
 #include "platform/file_calls.h"
 
+#include <atomic>
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <atomic>
 
 namespace osmik {
 namespace {

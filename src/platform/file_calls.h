@@ -1,10 +1,9 @@
 #ifndef MORVA_PLATFORM_FILE_CALLS_H_
 #define MORVA_PLATFORM_FILE_CALLS_H_
 
+#include <cstddef>
 #include <sys/stat.h>
 #include <sys/types.h>
-
-#include <cstddef>
 
 namespace osmik {
 
@@ -23,8 +22,8 @@ class FileCalls {
 
   /// The calls in force. Threads: any.
   static FileCalls& current();
-  /// Puts `calls` in force, or the real ones again when it is null; it must outlive its use. Files that
-  /// are open go on with it. For tests.
+  /// Puts `calls` in force, or the real ones again when it is null; it must outlive its use. Files
+  /// that are open go on with it. For tests.
   static void replace(FileCalls* calls);
 };
 

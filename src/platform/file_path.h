@@ -14,7 +14,8 @@ class FilePath {
   [[nodiscard]] std::string realPath() const;
   /// What stands before the last "/": "." where there is none, "/" for a name in the root.
   [[nodiscard]] std::string dirName() const;
-  /// What stands after the last "/": all of a path without one, nothing for a path that ends in one.
+  /// What stands after the last "/": all of a path without one, nothing for a path that ends in
+  /// one.
   [[nodiscard]] std::string baseName() const;
 
  private:

@@ -3,7 +3,8 @@
 
 namespace morva {
 
-/// Drops a [[nodiscard]] result on purpose, in a way that can be searched for. Say why beside the call.
+/// Drops a [[nodiscard]] result on purpose, in a way that can be searched for. Say why beside the
+/// call.
 template <typename T>
 constexpr void ignoreResult(const T& /*result*/) {}
 

@@ -8,8 +8,8 @@
 
 namespace morva {
 
-/// A message format together with the place in the source that logs it. Made from the format text by
-/// an implicit conversion, which captures the caller's function and line.
+/// A message format together with the place in the source that logs it. Made from the format text
+/// by an implicit conversion, which captures the caller's function and line.
 struct LogText {
   // NOLINTNEXTLINE(google-explicit-constructor): the point of the type
   LogText(const char* formatText, const char* callerFunction = __builtin_FUNCTION(),

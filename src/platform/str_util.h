@@ -15,7 +15,15 @@ namespace osmik {
 /// argument as something that it is not. Strings are borrowed for the duration of the call.
 class FormatArg {
  public:
-  enum class Kind : std::uint8_t { kInt, kUnsigned, kLong, kUnsignedLong, kDouble, kText, kPointer };
+  enum class Kind : std::uint8_t {
+    kInt,
+    kUnsigned,
+    kLong,
+    kUnsignedLong,
+    kDouble,
+    kText,
+    kPointer
+  };
 
   template <std::integral T>
   // NOLINTNEXTLINE(google-explicit-constructor): converts every argument of format()
@@ -67,9 +75,9 @@ class FormatArg {
 
 class StrUtil {
  public:
-  /// Formats like printf, byte for byte, with every argument taken as the type that it has: "%d" of a
-  /// 64-bit value prints all of it, "%llf" prints a double. A format that does not fit its arguments
-  /// is a mistake of ours; it yields the format text itself rather than an exception.
+  /// Formats like printf, byte for byte, with every argument taken as the type that it has: "%d" of
+  /// a 64-bit value prints all of it, "%llf" prints a double. A format that does not fit its
+  /// arguments is a mistake of ours; it yields the format text itself rather than an exception.
   /// Threads: any.
   template <typename... Args>
   [[nodiscard]] static std::string format(const char* format, const Args&... args) {

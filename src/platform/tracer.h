@@ -39,7 +39,8 @@ class Tracer {
   /// @return False when it was not there.
   bool removeSink(const std::shared_ptr<TracerSink>& sink);
 
-  /// Keeps `path` and does nothing with it: a file that everyone can write must not steer a program.
+  /// Keeps `path` and does nothing with it: a file that everyone can write must not steer a
+  /// program.
   void start(const std::string& path);
 
   /// Lines below `level` are dropped.

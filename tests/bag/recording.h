@@ -18,7 +18,8 @@ struct Message {
   bool compress = false;
 };
 
-/// The message time that goes with a first header time; not the same, so that no test mixes them up.
+/// The message time that goes with a first header time; not the same, so that no test mixes them
+/// up.
 inline std::int64_t writeTimeOf(const Message& message) { return message.firstTimeUs - 7; }
 
 struct RecordingOptions {

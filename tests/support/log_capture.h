@@ -12,8 +12,8 @@ namespace morva::test {
 
 /// Collects the log lines that are written while it lives.
 ///
-/// Lines come with what changes from run to run taken out: the date and time reads "TIME", the source
-/// line reads "L0": "<E>TIME [BagReader::open,L0] open file(x) error!".
+/// Lines come with what changes from run to run taken out: the date and time reads "TIME", the
+/// source line reads "L0": "<E>TIME [BagReader::open,L0] open file(x) error!".
 class LogCapture {
  public:
   LogCapture();
