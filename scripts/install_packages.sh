@@ -24,7 +24,8 @@ declare -A groups=(
            libopencv-core-dev libopencv-imgcodecs-dev libopencv-videoio-dev
            libavcodec-dev libavutil-dev libturbojpeg0-dev
            libgtest-dev libgmock-dev python3"
-  [bench]="libbenchmark-dev"
+  # The programs that the benchmarks compare with are linked by nothing else.
+  [bench]="libbenchmark-dev librosbag-storage-dev python3-rosbag libpcl-io1.13"
   [lint]="clang-format clang-tidy python3 shellcheck"
   # Readers that are not ours. The point-cloud library without its development package, which would
   # bring over 300 more: the tests use the unpacked headers, and need libraries of their version.

@@ -1,0 +1,2 @@
+// The least that starting a program can cost.
+int main() { return 0; }

@@ -1,0 +1,321 @@
+#!/usr/bin/env python3
+"""Measures the rows of the benchmark table, prints the table and writes it as JSON.
+
+    bench/run_table.py [--rows 1,4] [--pairs N] [--json FILE] [--build DIR] [--out DIR]
+
+Commands run in turn with their peers, files in page cache; figures are medians. What cannot be measured
+here (a peer that is not installed) is said so. The exit status is 1 where a command failed, outputs that
+must be alike are not, or a row could not be measured; a goal that is missed does not count as failure.
+"""
+
+from __future__ import annotations
+
+import argparse
+import filecmp
+import json
+import os
+import pathlib
+import platform
+import re
+import shutil
+import statistics
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
+import rows as table  # noqa: E402
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+INPUTS_VERSION = "1"  # raise it when bench_inputs makes other bags: old ones are then made anew
+
+
+class Failure(Exception):
+    """A row that cannot be measured, and why."""
+
+
+class Bench:
+    """Runs lines of the table, in the folders that it is given."""
+
+    def __init__(self, build: pathlib.Path, out: pathlib.Path, pairs: int | None = None):
+        self.bin = build / "bin"
+        self.inputs = out / "inputs"
+        self.work = out / "work"
+        self.pairs = pairs
+
+    def path(self, text: str) -> pathlib.Path:
+        return pathlib.Path(self.fill(text))
+
+    def fill(self, text: str) -> str:
+        return text.format(kbag=self.bin / "kbag", bin=self.bin, inputs=self.inputs, work=self.work)
+
+    # ---------------------------------------------------------------------------------------- inputs
+
+    def provide(self, bags: set[str]) -> None:
+        """Has the named bags made, and read into the page cache."""
+        stamp = self.inputs / "version"
+        if self.inputs.exists() and (not stamp.exists() or stamp.read_text() != INPUTS_VERSION):
+            shutil.rmtree(self.inputs)
+        self.inputs.mkdir(parents=True, exist_ok=True)
+        stamp.write_text(INPUTS_VERSION)
+        for maker in ("bench_inputs", "bench_ros_inputs"):
+            wanted = sorted(bags_of_maker(maker, bags))
+            if not wanted:
+                continue
+            if not (self.bin / maker).exists():
+                raise Failure(f"{maker} was not built here")
+            subprocess.run([self.bin / maker, self.inputs, *wanted], check=True)
+        for bag in bags:
+            read_through(self.inputs / bag)
+
+    def facts(self, bag: str) -> dict:
+        return json.loads((self.inputs / f"{bag}.json").read_text())
+
+    # -------------------------------------------------------------------------------------- commands
+
+    def measure(self, line: table.Line) -> dict:
+        """The figures of one line."""
+        if line.kernel:
+            return self.measure_kernel(line.kernel)
+        ours, peer = [], []
+        bags = {bag for command in (line.ours, line.peer) for bag in bags_of(command)}
+        self.provide(bags)
+        shutil.rmtree(self.work, ignore_errors=True)
+        self.work.mkdir(parents=True)
+        for number in range(-1, self.pairs or line.pairs):  # the first pair warms up
+            figures = (self.run(line.ours, line.clock), self.figure(line.peer, line.clock))
+            if number < 0:
+                self.compare(line)
+                continue
+            ours.append(figures[0])
+            peer.append(figures[1])
+        shutil.rmtree(self.work, ignore_errors=True)
+        return {"ours_all": ours, "peer_all": peer}
+
+    def figure(self, peer: table.Command | table.Limit, clock: str) -> float:
+        if isinstance(peer, table.Limit):
+            return float(peer.of(self.facts(peer.bag)))
+        return self.run(peer, clock)
+
+    def run(self, command: table.Command, clock: str) -> float:
+        self.prepare(command)
+        argv = [self.fill(word) for word in command.argv.split()]
+        program = shutil.which(argv[0])
+        if program is None:
+            raise Failure(f"{argv[0]} is not here")
+        usage, output = launch(self.bin / "bench_launch", [program, *argv[1:]])
+        if usage["exit"] != 0:
+            raise Failure(f"{' '.join(argv)} failed ({usage['exit']}): {output[-500:]}")
+        if clock != "told":
+            return usage[clock]
+        told = re.search(r"^measured_s: ([0-9.e+-]+)$", output, re.MULTILINE)
+        if told is None:
+            raise Failure(f"{' '.join(argv)} does not say what it measured")
+        return float(told[1])
+
+    def prepare(self, command: table.Command) -> None:
+        for name in (*command.remove, *command.make, *(new for _, new in command.link)):
+            remove(self.path(name))
+        for name in command.make:
+            self.path(name).mkdir(parents=True)
+        for existing, new in command.link:
+            os.link(self.path(existing), self.path(new))
+
+    def compare(self, line: table.Line) -> None:
+        if line.same is None:
+            return
+        ours, peer = (self.path(name) for name in line.same)
+        different = first_difference(ours, peer)
+        if different:
+            raise Failure(f"the outputs {ours} and {peer} are not alike: {different}")
+
+    # --------------------------------------------------------------------------------------- kernels
+
+    def measure_kernel(self, kernel: table.Kernel) -> dict:
+        program = self.bin / kernel.program
+        if not program.exists():
+            raise Failure(f"{kernel.program} was not built here")
+        repetitions = max(self.pairs or 7, 2)
+        result = subprocess.run(
+            [program, f"--benchmark_filter=^{re.escape(kernel.work)}/(ours|peer)(/|$)",
+             f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true",
+             "--benchmark_format=json"],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+        if result.returncode != 0 or not result.stdout:
+            raise Failure(f"{kernel.program} failed: {result.stderr[-500:]}")
+        return kernel_figures(kernel, json.loads(result.stdout))
+
+
+def bags_of(command: table.Command | table.Limit | None) -> set[str]:
+    """File names of the inputs that a command names."""
+    if command is None:
+        return set()
+    if isinstance(command, table.Limit):
+        return {command.bag + ".kbag"}
+    texts = [command.argv, *(existing for existing, _ in command.link)]
+    return {name for text in texts for name in re.findall(r"\{inputs\}/([\w.-]+)", text)}
+
+
+def bags_of_maker(maker: str, files: set[str]) -> set[str]:
+    """What one maker is to make: our bags from their names, the peers' bags from their file names."""
+    if maker == "bench_inputs":
+        return {pathlib.Path(file).stem for file in files if file.endswith(".kbag")}
+    return {file for file in files if not file.endswith(".kbag")}
+
+
+def launch(launcher: pathlib.Path, argv: list[str]) -> tuple[dict, str]:
+    """Runs a program. @return what bench_launch says that it cost, and what it printed."""
+    read_end, write_end = os.pipe()
+    try:
+        process = subprocess.Popen([launcher, str(write_end), *argv], stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                   pass_fds=(write_end,))
+    finally:
+        os.close(write_end)
+    output = process.communicate()[0].decode(errors="replace")
+    with os.fdopen(read_end) as report:
+        text = report.read()
+    if process.returncode != 0 or not text:
+        raise Failure(f"{argv[0]} could not be started: {output}")
+    return json.loads(text), output
+
+
+def kernel_figures(kernel: table.Kernel, report: dict) -> dict:
+    """Seconds an iteration of each repetition, from Google Benchmark's JSON."""
+    seconds = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+    figures: dict[str, list[float]] = {"ours": [], "peer": []}
+    for entry in report["benchmarks"]:
+        if entry["run_type"] != "iteration":
+            continue
+        if entry.get("error_occurred"):
+            raise Failure(f"{entry['name']}: {entry.get('error_message')}")
+        side = entry["name"][len(kernel.work) + 1:][:4]
+        figures[side].append(entry["cpu_time"] * seconds[entry["time_unit"]])
+    if not figures["ours"] or not figures["peer"]:
+        raise Failure(f"{kernel.program} has no {kernel.work}/ours and {kernel.work}/peer")
+    return {"ours_all": figures["ours"], "peer_all": figures["peer"]}
+
+
+def remove(path: pathlib.Path) -> None:
+    if path.is_dir() and not path.is_symlink():
+        shutil.rmtree(path)
+    else:
+        path.unlink(missing_ok=True)
+
+
+def read_through(path: pathlib.Path) -> None:
+    with path.open("rb", buffering=0) as file:
+        while file.read(1 << 20):
+            pass
+
+
+def first_difference(ours: pathlib.Path, peer: pathlib.Path) -> str:
+    """What is the first to differ between two files or folders; empty where nothing does."""
+    if not ours.exists() or not peer.exists():
+        return "one of them is missing"
+    if ours.is_file():
+        return "" if filecmp.cmp(ours, peer, shallow=False) else "the bytes"
+    names = [sorted(str(file.relative_to(tree)) for file in tree.rglob("*") if file.is_file())
+             for tree in (ours, peer)]
+    if names[0] != names[1]:
+        return f"the files in them ({len(names[0])} and {len(names[1])})"
+    if not names[0]:
+        return "both are empty"
+    return next((name for name in names[0]
+                 if not filecmp.cmp(ours / name, peer / name, shallow=False)), "")
+
+
+# ---------------------------------------------------------------------------------------------- results
+
+
+def result_of(line: table.Line, figures: dict) -> dict:
+    """One line of the result, as the JSON holds it."""
+    ours = statistics.median(figures["ours_all"])
+    peer = statistics.median(figures["peer_all"])
+    return {
+        "row": line.row, "work": line.work, "against": line.against,
+        "clock": "cpu" if line.kernel else line.clock, "goal": line.goal.text(),
+        "ours": ours, "peer": peer, "ratio": ours / peer if peer else None,
+        "met": line.goal.met(ours, peer), **figures,
+    }
+
+
+def failed_result(line: table.Line, reason: str) -> dict:
+    return {"row": line.row, "work": line.work, "against": line.against, "goal": line.goal.text(),
+            "met": None, "error": reason}
+
+
+def figure_text(value: float, clock: str) -> str:
+    if clock == "memory":
+        return f"{value / (1 << 20):.1f} MiB"
+    for unit, scale in (("s", 1.0), ("ms", 1e-3), ("us", 1e-6)):
+        if value >= scale:
+            return f"{value / scale:.3g} {unit}" if value < 100 * scale else f"{value / scale:.0f} {unit}"
+    return f"{value * 1e9:.3g} ns"
+
+
+HEADINGS = ("row", "work", "ours", "against", "its figure", "ratio", "goal", "met")
+
+
+def cells(result: dict) -> tuple[str, ...]:
+    start = (str(result["row"]), result["work"])
+    if "error" in result:
+        return (*start, "-", result["against"], "-", "-", result["goal"], "?")
+    return (*start, figure_text(result["ours"], result["clock"]), result["against"],
+            figure_text(result["peer"], result["clock"]), f"{result['ratio']:.3f}", result["goal"],
+            "yes" if result["met"] else "NO")
+
+
+def formatted(results: list[dict]) -> list[str]:
+    """The table, a line of text each; it is Markdown too."""
+    lines = [HEADINGS, *(cells(result) for result in results)]
+    widths = [max(len(line[column]) for line in lines) for column in range(len(HEADINGS))]
+    texts = ["| " + " | ".join(cell.ljust(width) for cell, width in zip(line, widths)) + " |"
+             for line in lines]
+    return [texts[0], "|" + "|".join("-" * (width + 2) for width in widths) + "|", *texts[1:]]
+
+
+def machine() -> dict:
+    model = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.MULTILINE)
+    commit = subprocess.run(["git", "-C", ROOT, "describe", "--always", "--dirty"], text=True,
+                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False)
+    return {"processor": model[1] if model else platform.machine(), "processors": os.cpu_count(),
+            "system": platform.platform(), "commit": commit.stdout.strip(),
+            "date": time.strftime("%Y-%m-%d %H:%M:%S"), "load": os.getloadavg()[0]}
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--rows", help="only these, such as 1,4,10")
+    parser.add_argument("--pairs", type=int, help="runs of each, instead of each row's own number")
+    parser.add_argument("--json", type=pathlib.Path, help="file to write (out/bench/table.json)")
+    parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/bench")
+    parser.add_argument("--out", type=pathlib.Path, default=ROOT / "out/bench")
+    return parser.parse_args()
+
+
+def main() -> int:
+    arguments = parse_arguments()
+    wanted = {int(row) for row in arguments.rows.split(",")} if arguments.rows else None
+    bench = Bench(arguments.build.resolve(), arguments.out.resolve(), arguments.pairs)
+    results = []
+    for line in table.LINES:
+        if wanted is not None and line.row not in wanted:
+            continue
+        print(f"measuring {line.row}: {line.work}", file=sys.stderr, flush=True)
+        try:
+            results.append(result_of(line, bench.measure(line)))
+        except (Failure, subprocess.CalledProcessError) as reason:
+            print(f"  {reason}", file=sys.stderr)
+            results.append(failed_result(line, str(reason)))
+    results.sort(key=lambda result: result["row"])
+    print("\n".join(formatted(results)))
+    target = arguments.json or arguments.out / "table.json"
+    target.parent.mkdir(parents=True, exist_ok=True)
+    target.write_text(json.dumps({"machine": machine(), "lines": results}, indent=1) + "\n")
+    print(f"\nwritten to {target}")
+    return 1 if any("error" in result for result in results) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
