@@ -29,7 +29,8 @@ bool startsLikeH264(std::string_view payload) {
 /// Unpacks the pictures of one topic.
 class PictureUnpacker {
  public:
-  explicit PictureUnpacker(const std::string& directory) : directory_(directory) {}
+  PictureUnpacker(const Log& log, const std::string& directory)
+      : log_(log), directory_(directory) {}
 
   /// @return False after an error line when the topic is to end here.
   [[nodiscard]] bool unpack(const ImageFrame& frame) const {
@@ -114,19 +115,20 @@ class PictureUnpacker {
     return false;
   }
 
+  const Log log_;
   const std::string directory_;
-  const Log log_{"DataExporter", "unpackCameraImage"};
 };
 
 }  // namespace
 
 bool DataExporter::unpackCameraImage(osmik::File* file, const MorvaBag::View& view) {
-  const PictureUnpacker unpacker(osmik::FilePath(file->path()).dirName());
+  const Log log("DataExporter", "unpackCameraImage");
+  const PictureUnpacker unpacker(log, osmik::FilePath(file->path()).dirName());
   const auto unpack = [&unpacker](const ImageFrame& frame) { return unpacker.unpack(frame); };
-  const bool allUnpacked =
-      forEachFrameWhile(*bag_, view, &MsgConverter::fromImageMsgArray, unpack, reportProgress());
+  const bool allUnpacked = forEachFrameWhile(log, *bag_, view, &MsgConverter::fromImageMsgArray,
+                                             unpack, reportProgress());
   if (file->close() && allUnpacked) return true;
-  log_.error("unpack images error!");
+  log.error("unpack images error!");
   return false;
 }
 

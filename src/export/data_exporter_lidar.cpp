@@ -54,7 +54,7 @@ bool DataExporter::unpackLidarData(osmik::File* file, const MorvaBag::View& view
     const std::string path = cloudPath(directory, *frame.cloud);
     ignoreResult(savePcd(log, path, *frame.cloud->cloud));  // logged; the next cloud may go well
   };
-  forEachFrame(*bag_, view, &MsgConverter::fromPointCloudMsgArray, write, reportProgress());
+  forEachFrame(log, *bag_, view, &MsgConverter::fromPointCloudMsgArray, write, reportProgress());
 
   if (file->close()) return true;
   log.error("save pcd error: %s(%s)!", file->path(), std::generic_category().message(errno));
@@ -73,7 +73,7 @@ bool DataExporter::exportCorrectedLidarData(const SensorParameters& params,
     return false;
   }
 
-  MotorWindow motors(*bag_, motorView);
+  MotorWindow motors(log, *bag_, motorView);
   auto lidarIndex = lidarView.indexes.begin();
   const auto put = [&](const PointCloudFrame& frame) {
     const TimeSpan span = spanOf(*frame.cloud);
@@ -87,7 +87,7 @@ bool DataExporter::exportCorrectedLidarData(const SensorParameters& params,
     workers.stop();
     return false;
   };
-  forEachFrame(*bag_, lidarView, &MsgConverter::fromPointCloudMsgArray, put, done);
+  forEachFrame(log, *bag_, lidarView, &MsgConverter::fromPointCloudMsgArray, put, done);
   workers.wait();
   return true;
 }

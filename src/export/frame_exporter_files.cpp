@@ -41,7 +41,7 @@ bool FrameExporter::makeH264Files(osmik::File* file, const MorvaBag::View& view)
     const std::int64_t written = file->write(frame.data);
     if (written < 1 || !isAll(written, frame.data)) warn(last, written);
   };
-  forEachFrame(*bag_, view, &MsgConverter::fromImageMsgArray, append);
+  forEachFrame(log, *bag_, view, &MsgConverter::fromImageMsgArray, append);
 
   if (file->close()) return true;
   warn(last, -1);
@@ -63,7 +63,7 @@ bool FrameExporter::makeJpegFiles(osmik::File* file, const MorvaBag::View& view)
     if (!written) return log.warning("create file(%s) error!", path);
     if (!isAll(*written, frame.data)) warn(last, *written);
   };
-  forEachFrame(*bag_, view, &MsgConverter::fromImageMsgArray, writePicture);
+  forEachFrame(log, *bag_, view, &MsgConverter::fromImageMsgArray, writePicture);
 
   if (file->close()) return true;
   warn(last, -1);

@@ -6,26 +6,38 @@
 
 #include "morva/bag.h"
 #include "platform/ignore_result.h"
+#include "platform/log.h"
 
 namespace morva {
 
 /// Told when a loop is done with a message, whether or not it could be read. False ends the loop.
 using MessageDone = std::function<bool(const MorvaBag::View::MsgIndex&)>;
 
+/// Logs a message that was read whole but is no message of its topic's kind. (Text that is not
+/// UTF-8 is enough for that: the name of a carried file, for one.)
+inline void logUndecodable(const Log& log, const MorvaBag::View::MsgIndex& index) {
+  log.error("message of topic[%s] at offset(%llu) cannot be decoded!",
+            std::string(index.topicName.data()), index.chunkOffset);
+}
+
 /// Reads the messages of `view` in order and hands their frames, one by one, to `visit`, until it
-/// returns false. Messages that cannot be read or converted contribute nothing.
+/// returns false. Messages that cannot be read or converted contribute nothing but an error line.
 ///
+/// @param log      Of the operation that wants the frames.
 /// @param convert  One of MsgConverter's functions.
 /// @param visit    bool(const Frame&)
 /// @param done     May be empty. Not told of the message at which `visit` ends the loop.
 /// @return False when `visit` ended the loop.
 template <typename Convert, typename Visit>
-[[nodiscard]] bool forEachFrameWhile(const MorvaBag& bag, const MorvaBag::View& view,
-                                     Convert convert, Visit visit, const MessageDone& done = {}) {
+[[nodiscard]] bool forEachFrameWhile(const Log& log, const MorvaBag& bag,
+                                     const MorvaBag::View& view, Convert convert, Visit visit,
+                                     const MessageDone& done = {}) {
   std::string payload;
   for (const MorvaBag::View::MsgIndex& index : view.indexes) {
     if (bag.readMessage(index, &payload)) {
-      for (const auto& frame : convert(payload)) {
+      const auto frames = convert(payload);
+      if (frames.empty()) logUndecodable(log, index);
+      for (const auto& frame : frames) {
         if (frame != nullptr && !visit(*frame)) return false;
       }
     }
@@ -36,13 +48,13 @@ template <typename Convert, typename Visit>
 
 /// The same for a `visit` that always goes on: void(const Frame&).
 template <typename Convert, typename Visit>
-void forEachFrame(const MorvaBag& bag, const MorvaBag::View& view, Convert convert, Visit visit,
-                  const MessageDone& done = {}) {
+void forEachFrame(const Log& log, const MorvaBag& bag, const MorvaBag::View& view, Convert convert,
+                  Visit visit, const MessageDone& done = {}) {
   const auto visitAndGoOn = [&visit](const auto& frame) {
     visit(frame);
     return true;
   };
-  ignoreResult(forEachFrameWhile(bag, view, convert, visitAndGoOn, done));  // always true
+  ignoreResult(forEachFrameWhile(log, bag, view, convert, visitAndGoOn, done));  // always true
 }
 
 }  // namespace morva

@@ -46,7 +46,7 @@ template <typename Frame, typename FormatRow>
     log.error(table.errorText, written);
     return false;
   };
-  if (!forEachFrameWhile(bag, view, table.convert, writeRow, done)) return false;
+  if (!forEachFrameWhile(log, bag, view, table.convert, writeRow, done)) return false;
 
   if (file->close()) return true;
   log.error(table.errorText, -1);

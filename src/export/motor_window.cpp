@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "export/frame_loop.h"
 #include "messages/msg_converter.h"
 
 namespace morva {
@@ -33,7 +34,8 @@ void trim(double fromS, double toS, MotorRecords* records) {
 
 }  // namespace
 
-MotorWindow::MotorWindow(const MorvaBag& bag, const MorvaBag::View& view) : bag_(bag), view_(view) {
+MotorWindow::MotorWindow(const Log& log, const MorvaBag& bag, const MorvaBag::View& view)
+    : log_(log), bag_(bag), view_(view) {
   recentS_.fill(-std::numeric_limits<double>::infinity());
 }
 
@@ -71,6 +73,7 @@ MotorRecords MotorWindow::load(std::size_t index) const {
   for (const auto& frame : MsgConverter::fromMotorMsgArray(payload)) {
     records.push_back(frame->motor);
   }
+  if (records.empty()) logUndecodable(log_, view_.indexes[index]);
   sortByTime(&records);
   return records;
 }

@@ -11,6 +11,7 @@
 
 #include "messages/frames.h"
 #include "morva/bag.h"
+#include "platform/log.h"
 
 namespace morva {
 
@@ -29,9 +30,10 @@ class MotorWindow {
   /// About as many records are kept, and handed out, at most.
   static constexpr std::size_t kMaxRecords = 200'000;
 
+  /// @param log   Where a message that cannot be decoded is logged.
   /// @param bag   Open for reading; not owned, must outlive the window.
   /// @param view  Messages of the motor topic; not copied, must outlive the window.
-  MotorWindow(const MorvaBag& bag, const MorvaBag::View& view);
+  MotorWindow(const Log& log, const MorvaBag& bag, const MorvaBag::View& view);
 
   /// @param fromS, toS   Seconds since the Unix epoch, fromS <= toS.
   /// @param chunkOffset  Where in the file the frame in question was recorded: what was recorded
@@ -58,6 +60,7 @@ class MotorWindow {
   [[nodiscard]] MotorRecords gather(const std::vector<std::size_t>& messages);
   void dropFarFrom(double fromS, double toS);
 
+  const Log log_;
   const MorvaBag& bag_;
   const MorvaBag::View& view_;
   std::size_t next_ = 0;  ///< the first message that was never read

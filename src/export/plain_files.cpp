@@ -32,7 +32,7 @@ bool writeRawData(const Log& log, const char* errorText, const MorvaBag& bag,
     const std::int64_t written = file->write(frame.data);
     if (!isAll(written, frame.data)) log.warning(errorText, written);
   };
-  forEachFrame(bag, view, &MsgConverter::fromRawDataMsgArray, append, done);
+  forEachFrame(log, bag, view, &MsgConverter::fromRawDataMsgArray, append, done);
 
   if (file->close()) return true;
   log.warning(errorText, -1);
@@ -53,7 +53,7 @@ bool writeCarriedFiles(const Log& log, const MorvaBag& bag, const MorvaBag::View
     if (!written) return log.warning("create file(%s) error!", path);
     if (!isAll(*written, frame.content)) warn(*written);
   };
-  forEachFrame(bag, view, &MsgConverter::fromFileMsgArray, writeCarried, done);
+  forEachFrame(log, bag, view, &MsgConverter::fromFileMsgArray, writeCarried, done);
 
   if (placeholder->close()) return true;
   warn(-1);

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "export/frame_loop.h"
 #include "export/param_reader.h"
 #include "messages/msg_converter.h"
 #include "platform/file.h"
@@ -97,7 +98,9 @@ void DeviceExport::readCalibration() {
   for (const MsgIndex& index : wholeTopic(kConfigTopic).indexes) {
     if (run_->stopped()) return;
     if (!job_->bag->readMessage(index, &payload)) continue;  // logged; the others may do
-    for (const auto& file : MsgConverter::fromFileMsgArray(payload)) takeCalibrationFile(*file);
+    const auto files = MsgConverter::fromFileMsgArray(payload);
+    if (files.empty()) logUndecodable(Log("BagTool", kMethod), index);
+    for (const auto& file : files) takeCalibrationFile(*file);
   }
 }
 

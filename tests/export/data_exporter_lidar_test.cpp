@@ -430,11 +430,13 @@ TEST_F(DataExporterCorrectedLidar, WithoutMotorRecordsNothingIsWritten) {
   recording_.addPayload("/lidar_to_platform", "\xFF no message", 1, kStartUs, kStartUs);
   recording_.add("/lidar", lidarMessage(0)).add("/lidar", lidarMessage(100'000));
   EXPECT_TRUE(exportCorrected());
-  EXPECT_THAT(log_.lines(), SizeIs(2));
-  EXPECT_THAT(
-      log_.lines(),
-      Each("<E>TIME [PointsTransformer::CorrectLidarAndTransformToImuFrame,L0] Motor messages "
-           "are empty, cannot perform motor compensation!"));
+  const std::string noMotors =
+      "<E>TIME [PointsTransformer::CorrectLidarAndTransformToImuFrame,L0] Motor messages are "
+      "empty, cannot perform motor compensation!";
+  EXPECT_THAT(log_.lines(),
+              ElementsAre("<E>TIME [DataExporter::exportCorrectedLidarData,L0] message of "
+                          "topic[/lidar_to_platform] at offset(4252) cannot be decoded!",
+                          noMotors, noMotors));
   EXPECT_THAT(outputs(), IsEmpty());
 }
 

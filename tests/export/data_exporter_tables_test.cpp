@@ -464,6 +464,47 @@ TEST_F(DataExporterFiles, CarriedFileThatCannotBeWrittenIsAWarningOfItsHandler) 
   }
 }
 
+TEST_F(DataExporterFiles, MessageThatCannotBeDecodedIsNamedAndTheNextIsTaken) {
+  const std::vector<std::pair<std::string, std::string>> operations = {
+      {"/imu", "unpackImuData"},
+      {"/magnetic", "unpackMagneticData"},
+      {"/lidar_to_platform", "unpackEncoderData"},
+      {"/gnss_data", "unpackGnssData"},
+      {"/lidar", "unpackLidarData"},
+      {"/camera_left/h264", "unpackCameraImage"},
+      {"/config_file", "unpackConfigFiles"},
+      {"/project_data", "unpackProjectData"},
+      {"/raw_ppk_log", "unpackRawDataLog"}};
+  makeDirectory("lidar_points");
+  makeDirectory("images/camera_0");
+  for (const auto& [topic, operation] : operations) recording_.addPayload(topic, "\xFF\xFF");
+  for (const auto& [topic, operation] : operations) {
+    std::vector<unsigned long> totals;
+    EXPECT_TRUE(unpack(topic, [&](unsigned long total) {
+      totals.push_back(total);
+      return true;
+    }));
+    EXPECT_THAT(log_.lines(), ElementsAre("<E>TIME [DataExporter::" + operation +
+                                          ",L0] message of topic[" + topic + "] at offset(" +
+                                          std::to_string(view(topic).indexes[0].chunkOffset) +
+                                          ") cannot be decoded!"));
+    EXPECT_THAT(totals, ElementsAre(2));
+  }
+}
+
+TEST_F(DataExporterFiles, NameThatIsNotUtf8CostsItsMessageAndAnErrorLine) {
+  // Name "\xE4.yaml", as older systems write it, and content "x".
+  recording_.addPayload("/config_file", "\x0A\x0B\x12\x06\xE4.yaml\x1A\x01x");
+  recording_.add("/config_file", fromText<pb::FileMsgArray>("msgs { name: 'good' plain: 'y' }"));
+  EXPECT_TRUE(unpack("/config_file"));
+  EXPECT_EQ(output("calib/config/good"), "y");
+  EXPECT_THAT(log_.lines(),
+              ElementsAre("<E>TIME [DataExporter::unpackConfigFiles,L0] message of "
+                          "topic[/config_file] at offset(" +
+                          std::to_string(view("/config_file").indexes[0].chunkOffset) +
+                          ") cannot be decoded!"));
+}
+
 TEST_F(DataExporterFiles, ReportProgressAndStop) {
   for (const char* const topic : {"/config_file", "/raw_ppk_log"}) {
     recording_.addPayload(topic, "12345").addPayload(topic, "1234567").addPayload(topic, "1");

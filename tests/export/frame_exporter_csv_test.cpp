@@ -191,7 +191,11 @@ TEST_F(FrameExporterCsv, UnreadableAndUnparsableMessagesAreSkipped) {
                  fromText<pb::OdometryMsgArray>("msgs { header { seq: 2 } }"));
   EXPECT_TRUE(exportFrame("/lidar_to_platform"));
   EXPECT_EQ(output("csv/encoder.csv"), "seq,collect_timestamp,angle\n1,0,0.000000\n2,0,0.000000\n");
-  EXPECT_THAT(linesOf("FrameExporter"), IsEmpty());
+  const MorvaBag::View::MsgIndex undecodable = view("/lidar_to_platform").indexes[2];
+  EXPECT_THAT(linesOf("FrameExporter"),
+              ElementsAre("<E>TIME [FrameExporter::makeEncoderCsv,L0] message of "
+                          "topic[/lidar_to_platform] at offset(" +
+                          std::to_string(undecodable.chunkOffset) + ") cannot be decoded!"));
 }
 
 TEST_F(FrameExporterCsv, DamagedMessageInTheMiddleLosesItsRowsAlone) {

@@ -266,6 +266,18 @@ TEST_F(DevBagToolExport, CalibrationMessageThatCannotBeReadIsSkipped) {
   EXPECT_THAT(output("imu.csv"), HasSubstr(" 0.250000 0.000000 9.750000\n"));
 }
 
+TEST_F(DevBagToolExport, CalibrationMessageThatCannotBeDecodedIsNamedAndSkipped) {
+  record(std::vector{RecordedMessage{"/config_file", "\xFF\xFF"}, imuMessage(kStartUs)} +
+         configFiles({{"imu.yaml", imuYaml(0.25)}}));
+  run();
+  EXPECT_EQ(tool_.GetErrorCode(), BagTool::kSuccess);
+  EXPECT_THAT(capture_.lines(), Contains(testing::MatchesRegex(
+                                    "<E>TIME \\[BagTool::dataExportTask,L0\\] message of "
+                                    "topic\\[/config_file\\] at offset\\([0-9]+\\) cannot be "
+                                    "decoded!")));
+  EXPECT_THAT(output("imu.csv"), HasSubstr(" 0.250000 0.000000 9.750000\n"));
+}
+
 TEST_F(DevBagToolExport, CalibrationFolderThatCannotBeMadeCostsItsFilesOnly) {
   fs::create_directories(out_);
   writeFile(out_ + "/calib", "in the way");
