@@ -10,32 +10,30 @@
 #include "export/param_reader.h"
 #include "export/plain_files.h"
 #include "messages/msg_converter.h"
-#include "platform/date_time.h"
-#include "platform/str_util.h"
 
 namespace morva {
 namespace {
-
-using osmik::StrUtil;
 
 constexpr char kClassName[] = "DataExporter";
 constexpr std::size_t kCorrectedImuBufferBytes = 0x400000;
 
 template <typename Frame>
-std::string timeText(const Frame& frame) {
-  return osmik::Time(static_cast<std::int64_t>(frame.collectTimestamp)).toString();
+InSeconds timeOf(const Frame& frame) {
+  return {static_cast<std::int64_t>(frame.collectTimestamp)};
 }
+
+std::int32_t asSigned(std::uint32_t value) { return static_cast<std::int32_t>(value); }
 
 constexpr FrameTable<ImuFrame> kImuTable = {
     .operation = "unpackImuData",
     .header = "#timestamp gyro_x gyro_y gyro_z acc_x acc_y acc_z\n",
     .errorText = "write imu data error: %d!",
     .convert = &MsgConverter::fromImuMsgArray,
-    .formatRow =
-        [](const ImuFrame& frame) {
+    .fillRow =
+        [](const ImuFrame& frame, TableRow* row) {
           const ImuMsg& imu = *frame.imu;
-          return StrUtil::format("%s %f %f %f %f %f %f\n", timeText(frame), imu.gyroX, imu.gyroY,
-                                 imu.gyroZ, imu.accelX, imu.accelY, imu.accelZ);
+          row->set(' ', timeOf(frame), imu.gyroX, imu.gyroY, imu.gyroZ, imu.accelX, imu.accelY,
+                   imu.accelZ);
         },
 };
 
@@ -46,11 +44,10 @@ constexpr FrameTable<MagneticFrame> kMagneticTable = {
     .errorText = "write magnetic data error: %d!",
     .headerErrorText = "write header error: %d!",
     .convert = &MsgConverter::fromMagneticMsgArray,
-    .formatRow =
-        [](const MagneticFrame& frame) {
-          return StrUtil::format("%s %f %f %f %f %f %f %llf %d\n", timeText(frame), frame.magX,
-                                 frame.magY, frame.magZ, frame.calibMagX, frame.calibMagY,
-                                 frame.calibMagZ, frame.declination, frame.state);
+    .fillRow =
+        [](const MagneticFrame& frame, TableRow* row) {
+          row->set(' ', timeOf(frame), frame.magX, frame.magY, frame.magZ, frame.calibMagX,
+                   frame.calibMagY, frame.calibMagZ, frame.declination, asSigned(frame.state));
         },
 };
 
@@ -59,11 +56,10 @@ constexpr FrameTable<MotorFrame> kEncoderTable = {
     .header = "#timestamp qx qy qz qw\n",
     .errorText = "write encode data error: %d!",
     .convert = &MsgConverter::fromMotorMsgArray,
-    .formatRow =
-        [](const MotorFrame& frame) {
+    .fillRow =
+        [](const MotorFrame& frame, TableRow* row) {
           const MotorMsg& motor = *frame.motor;
-          return StrUtil::format("%s %f %f %f %f\n", timeText(frame), motor.qx, motor.qy, motor.qz,
-                                 motor.qw);
+          row->set(' ', timeOf(frame), motor.qx, motor.qy, motor.qz, motor.qw);
         },
 };
 
@@ -75,14 +71,13 @@ constexpr FrameTable<GnssFrame> kGnssTable = {
     .errorText = "write gnss data error: %d!",
     .headerErrorText = "write header error: %d!",
     .convert = &MsgConverter::fromGnssMsgArray,
-    .formatRow =
-        [](const GnssFrame& frame) {
+    .fillRow =
+        [](const GnssFrame& frame, TableRow* row) {
           const GnssMsg& gnss = *frame.gnss;
-          return StrUtil::format("%s %d %.9f %.9f %f %d %f %f %f %f %f %f %f %d\n", timeText(frame),
-                                 gnss.status, gnss.latitude, gnss.longitude,
-                                 gnss.altitude - gnss.undulation, gnss.frame, gnss.undulation,
-                                 gnss.pdop, gnss.hdop, gnss.vdop, gnss.latSigma, gnss.lonSigma,
-                                 gnss.hgtSigma, gnss.satelliteNum);
+          row->set(' ', timeOf(frame), asSigned(gnss.status), NineDecimals{gnss.latitude},
+                   NineDecimals{gnss.longitude}, gnss.altitude - gnss.undulation,
+                   asSigned(gnss.frame), gnss.undulation, gnss.pdop, gnss.hdop, gnss.vdop,
+                   gnss.latSigma, gnss.lonSigma, gnss.hgtSigma, asSigned(gnss.satelliteNum));
         },
 };
 
@@ -112,9 +107,9 @@ bool DataExporter::exportCorrectedImuData(const SensorParameters& params,
     log_.error("create file(%s) error!", path);
     return false;
   }
-  const auto correctedRow = [&params](const ImuFrame& frame) {
+  const auto correctedRow = [&params](const ImuFrame& frame, TableRow* row) {
     ParamReader::correctImuData(params.imu, frame.imu);
-    return kImuTable.formatRow(frame);
+    kImuTable.fillRow(frame, row);
   };
   const FrameTable<ImuFrame, decltype(correctedRow)> table = {
       .operation = "exportCorrectedImuData",
@@ -122,7 +117,7 @@ bool DataExporter::exportCorrectedImuData(const SensorParameters& params,
       .errorText = kImuTable.errorText,
       .headerErrorText = kImuTable.errorText,
       .convert = kImuTable.convert,
-      .formatRow = correctedRow,
+      .fillRow = correctedRow,
   };
   return writeTable(kClassName, table, *bag_, imuView, &file, reportProgress());
 }

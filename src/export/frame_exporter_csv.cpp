@@ -1,15 +1,24 @@
 // The CSV tables of FrameExporter: one header line, then one row per frame.
 
-#include <string>
+#include <cstdint>
 
 #include "export/frame_exporter.h"
 #include "export/frame_table.h"
 #include "messages/msg_converter.h"
-#include "platform/str_util.h"
 
 namespace morva {
 
-using osmik::StrUtil;
+namespace {
+
+/// Time stamps are printed signed, whatever a recording says.
+template <typename Frame>
+std::int64_t timestampOf(const Frame& frame) {
+  return static_cast<std::int64_t>(frame.collectTimestamp);
+}
+
+std::int32_t asSigned(std::uint32_t value) { return static_cast<std::int32_t>(value); }
+
+}  // namespace
 
 bool FrameExporter::makeImuCsv(osmik::File* file, const MorvaBag::View& view) {
   static constexpr FrameTable<ImuFrame> kTable = {
@@ -17,12 +26,11 @@ bool FrameExporter::makeImuCsv(osmik::File* file, const MorvaBag::View& view) {
       .header = "seq,collect_timestamp,accel_x,accel_y,accel_z,gyro_x,gyro_y,gyro_z\n",
       .errorText = "write imu frame error: %d!",
       .convert = &MsgConverter::fromImuMsgArray,
-      .formatRow =
-          [](const ImuFrame& frame) {
+      .fillRow =
+          [](const ImuFrame& frame, TableRow* row) {
             const ImuMsg& imu = *frame.imu;
-            return StrUtil::format("%u,%lld,%f,%f,%f,%f,%f,%f\n", frame.seq, frame.collectTimestamp,
-                                   imu.accelX, imu.accelY, imu.accelZ, imu.gyroX, imu.gyroY,
-                                   imu.gyroZ);
+            row->set(',', frame.seq, timestampOf(frame), imu.accelX, imu.accelY, imu.accelZ,
+                     imu.gyroX, imu.gyroY, imu.gyroZ);
           },
   };
   return writeTable("FrameExporter", kTable, *bag_, view, file);
@@ -34,10 +42,9 @@ bool FrameExporter::makeMagneticCsv(osmik::File* file, const MorvaBag::View& vie
       .header = "seq,collect_timestamp,mag_x,mag_y,mag_z\n",
       .errorText = "write magnetic frame error: %d!",
       .convert = &MsgConverter::fromMagneticMsgArray,
-      .formatRow =
-          [](const MagneticFrame& frame) {
-            return StrUtil::format("%u,%lld,%f,%f,%f\n", frame.seq, frame.collectTimestamp,
-                                   frame.magX, frame.magY, frame.magZ);
+      .fillRow =
+          [](const MagneticFrame& frame, TableRow* row) {
+            row->set(',', frame.seq, timestampOf(frame), frame.magX, frame.magY, frame.magZ);
           },
   };
   return writeTable("FrameExporter", kTable, *bag_, view, file);
@@ -49,10 +56,9 @@ bool FrameExporter::makeLidarCsv(osmik::File* file, const MorvaBag::View& view) 
       .header = "seq,collect_timestamp,pointnums\n",
       .errorText = "write lidar frame error: %d!",
       .convert = &MsgConverter::fromPointCloudMsgArray,
-      .formatRow =
-          [](const PointCloudFrame& frame) {
-            return StrUtil::format("%u,%lld,%u\n", frame.seq, frame.collectTimestamp,
-                                   frame.cloud->cloud->points.size());
+      .fillRow =
+          [](const PointCloudFrame& frame, TableRow* row) {
+            row->set(',', frame.seq, timestampOf(frame), frame.cloud->cloud->points.size());
           },
   };
   return writeTable("FrameExporter", kTable, *bag_, view, file);
@@ -64,10 +70,8 @@ bool FrameExporter::makeEncoderCsv(osmik::File* file, const MorvaBag::View& view
       .header = "seq,collect_timestamp,angle\n",
       .errorText = "write encode frame error: %d!",
       .convert = &MsgConverter::fromMotorMsgArray,
-      .formatRow =
-          [](const MotorFrame& frame) {
-            return StrUtil::format("%u,%lld,%f\n", frame.seq, frame.collectTimestamp, frame.angle);
-          },
+      .fillRow = [](const MotorFrame& frame,
+                    TableRow* row) { row->set(',', frame.seq, timestampOf(frame), frame.angle); },
   };
   return writeTable("FrameExporter", kTable, *bag_, view, file);
 }
@@ -81,15 +85,14 @@ bool FrameExporter::makeGnssDataCsv(osmik::File* file, const MorvaBag::View& vie
           "latSigma,lonSigma,hgtSigma\n",
       .errorText = "write gnss frame error: %d!",
       .convert = &MsgConverter::fromGnssMsgArray,
-      .formatRow =
-          [](const GnssFrame& frame) {
+      .fillRow =
+          [](const GnssFrame& frame, TableRow* row) {
             const GnssMsg& gnss = *frame.gnss;
-            return StrUtil::format("%u,%lld,%lld,%d,%d,%d,%f,%f,%f,%.9f,%.9f,%f,%f,%d,%f,%f,%f\n",
-                                   frame.seq, frame.collectTimestamp, frame.utcTime,
-                                   frame.rawStatus, frame.service, gnss.satelliteNum, gnss.pdop,
-                                   gnss.hdop, gnss.vdop, gnss.latitude, gnss.longitude,
-                                   gnss.altitude - gnss.undulation, gnss.undulation, gnss.frame,
-                                   gnss.latSigma, gnss.lonSigma, gnss.hgtSigma);
+            row->set(',', frame.seq, timestampOf(frame), frame.utcTime, asSigned(frame.rawStatus),
+                     asSigned(frame.service), asSigned(gnss.satelliteNum), gnss.pdop, gnss.hdop,
+                     gnss.vdop, NineDecimals{gnss.latitude}, NineDecimals{gnss.longitude},
+                     gnss.altitude - gnss.undulation, gnss.undulation, asSigned(gnss.frame),
+                     gnss.latSigma, gnss.lonSigma, gnss.hgtSigma);
           },
   };
   return writeTable("FrameExporter", kTable, *bag_, view, file);
@@ -101,10 +104,10 @@ bool FrameExporter::makeCameraImageCsv(osmik::File* file, const MorvaBag::View& 
       .header = "seq,collect_timestamp,width,height,frame_size\n",
       .errorText = "write image frame error: %d!",
       .convert = &MsgConverter::fromImageMsgArray,
-      .formatRow =
-          [](const ImageFrame& frame) {
-            return StrUtil::format("%u,%lld,%u,%u,%u\n", frame.seq, frame.collectTimestamp,
-                                   frame.width, frame.height, frame.data.size());
+      .fillRow =
+          [](const ImageFrame& frame, TableRow* row) {
+            row->set(',', frame.seq, timestampOf(frame), frame.width, frame.height,
+                     frame.data.size());
           },
   };
   return writeTable("FrameExporter", kTable, *bag_, view, file);

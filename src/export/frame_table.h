@@ -5,6 +5,7 @@
 #include <string>
 
 #include "export/frame_loop.h"
+#include "export/table_row.h"
 #include "messages/msg_converter.h"
 #include "platform/file.h"
 #include "platform/log.h"
@@ -12,14 +13,14 @@
 namespace morva {
 
 /// What is particular to one table of samples. Texts with "%d" take what a write returned.
-template <typename Frame, typename FormatRow = std::string (*)(const Frame& frame)>
+template <typename Frame, typename FillRow = void (*)(const Frame& frame, TableRow* row)>
 struct FrameTable {
   const char* operation;  ///< the operation that log lines name
   const char* header;     ///< the first line
   const char* errorText;
   const char* headerErrorText = nullptr;  ///< null: a header that is not written is not logged
   MsgConverter::Frames<Frame> (*convert)(const std::string& payload);
-  FormatRow formatRow;  ///< std::string(const Frame&)
+  FillRow fillRow;
 };
 
 /// Writes the header line and one row per frame, and closes the file.
@@ -29,8 +30,8 @@ struct FrameTable {
 /// @return False after an error line (see headerErrorText) when a line is not written whole or
 /// bytes
 ///         are lost at the end; what follows is not written then.
-template <typename Frame, typename FormatRow>
-[[nodiscard]] bool writeTable(const char* className, const FrameTable<Frame, FormatRow>& table,
+template <typename Frame, typename FillRow>
+[[nodiscard]] bool writeTable(const char* className, const FrameTable<Frame, FillRow>& table,
                               const MorvaBag& bag, const MorvaBag::View& view, osmik::File* file,
                               const MessageDone& done = {}) {
   const Log log(className, table.operation);
@@ -39,10 +40,11 @@ template <typename Frame, typename FormatRow>
     if (table.headerErrorText != nullptr) log.error(table.headerErrorText, headerWritten);
     return false;
   }
+  TableRow row;
   const auto writeRow = [&](const Frame& frame) {
-    const std::string row = table.formatRow(frame);
-    const std::int64_t written = file->write(row);
-    if (written == static_cast<std::int64_t>(row.size())) return true;
+    table.fillRow(frame, &row);
+    const std::int64_t written = file->write(row.text());
+    if (written == static_cast<std::int64_t>(row.text().size())) return true;
     log.error(table.errorText, written);
     return false;
   };

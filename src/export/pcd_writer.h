@@ -6,6 +6,7 @@
 
 #include "messages/frames.h"
 #include "platform/log.h"
+#include "platform/number_text.h"
 
 namespace morva {
 
@@ -13,11 +14,17 @@ namespace morva {
 /// included.
 [[nodiscard]] std::string makePcdHeader(std::size_t points);
 
+/// Room that putPcdRow() needs.
+inline constexpr std::size_t kPcdRowBytes =
+    4 * (osmik::kFloatTextBytes + 1) + 32 + osmik::kDoubleTextBytes + osmik::kIntegerTextBytes;
+
 /// One point as a line of an ASCII PCD file: position, a normal of zeros, intensity, time, ring, as
 /// "%f %f %f %f %f %f %f %.6f %u\n" prints them.
-void appendPcdRow(const PointIRT& point, std::string* text);
+/// @param at  Room for kPcdRowBytes, of which more may be touched than the line takes.
+/// @return The first byte behind the line.
+[[nodiscard]] char* putPcdRow(const PointIRT& point, char* at);
 
-/// Writes a cloud as an ASCII PCD file, replacing what has that name.
+/// Writes a cloud as an ASCII PCD file, which replaces what has that name and follows no link.
 /// @param log  Where failures are logged: a warning when the file cannot be created, an error when
 /// the
 ///             cloud cannot be written whole. No file of that name is left after the error.

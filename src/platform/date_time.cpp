@@ -1,10 +1,12 @@
 #include "platform/date_time.h"
 
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <ctime>
 #include <limits>
 
+#include "platform/number_text.h"
 #include "platform/str_util.h"
 
 namespace osmik {
@@ -40,12 +42,8 @@ std::int64_t Time::usSinceMono(const Time& start) {
 }
 
 std::string Time::toString() const {
-  const bool negative = microseconds_ < 0;
-  // Negate as unsigned: the lowest value has no positive counterpart.
-  const auto bits = static_cast<std::uint64_t>(microseconds_);
-  const std::uint64_t magnitude = negative ? 0 - bits : bits;
-  return StrUtil::format("%s%llu.%06llu", negative ? "-" : "", magnitude / kMicrosPerSecond,
-                         magnitude % kMicrosPerSecond);
+  std::array<char, kIntegerTextBytes> text;
+  return {text.data(), putMicrosAsSeconds(microseconds_, text.data())};
 }
 
 DateTime DateTime::getDateTime() {

@@ -1,5 +1,6 @@
 #include "export/pcd_writer.h"
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -59,9 +60,8 @@ PointCloud cloudOf(std::size_t points) {
 }
 
 std::string rowOf(const PointIRT& point) {
-  std::string row;
-  appendPcdRow(point, &row);
-  return row;
+  std::array<char, kPcdRowBytes> row;
+  return {row.data(), putPcdRow(point, row.data())};
 }
 
 std::string printfRow(const PointIRT& p) {
@@ -122,6 +122,27 @@ TEST(SavePcd, WritesHeaderAndRows) {
   const std::string row = rowOf(somePoint());
   EXPECT_EQ(readFile(dir / "a.pcd"), kHeaderOfTwo + row + row);
   EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(SavePcd, ReplacesALinkAndLeavesItsTargetAlone) {
+  const TempDir dir;
+  test::writeFile(dir / "target", "kept");
+  std::filesystem::create_symlink(dir / "target", dir / "a.pcd");
+  EXPECT_TRUE(savePcd(Log("DataExporter"), dir / "a.pcd", cloudOf(1)));
+  EXPECT_EQ(readFile(dir / "target"), "kept");
+  EXPECT_EQ(readFile(dir / "a.pcd"), makePcdHeader(1) + rowOf(somePoint()));
+}
+
+TEST(SavePcd, WritesCloudsOfManyBlocks) {
+  const TempDir dir;
+  PointCloud cloud = cloudOf(30'000);  // 2.6 MB
+  std::string expected = makePcdHeader(cloud.points.size());
+  for (std::size_t i = 0; i < cloud.points.size(); ++i) {
+    cloud.points[i].x = static_cast<float>(i);
+    expected += rowOf(cloud.points[i]);
+  }
+  EXPECT_TRUE(savePcd(Log("DataExporter"), dir / "a.pcd", cloud));
+  EXPECT_TRUE(readFile(dir / "a.pcd") == expected);
 }
 
 TEST(SavePcd, WritesEmptyCloudAsHeaderAlone) {
