@@ -11,6 +11,7 @@ pkg_check_modules(lz4 REQUIRED IMPORTED_TARGET liblz4)
 pkg_check_modules(zstd REQUIRED IMPORTED_TARGET libzstd)
 pkg_check_modules(deflate REQUIRED IMPORTED_TARGET libdeflate)
 pkg_check_modules(avcodec REQUIRED IMPORTED_TARGET libavcodec libavutil)
+pkg_check_modules(avformat REQUIRED IMPORTED_TARGET libavformat libswscale)
 pkg_check_modules(turbojpeg REQUIRED IMPORTED_TARGET libturbojpeg)
 # All that decoding H.264 payloads and writing JPEG pictures needs.
 find_package(OpenCVModules REQUIRED COMPONENTS core imgcodecs videoio)

@@ -22,7 +22,7 @@ declare -A groups=(
            libfmt-dev libcli11-dev nlohmann-json3-dev
            libeigen3-dev libboost-dev
            libopencv-core-dev libopencv-imgcodecs-dev libopencv-videoio-dev
-           libavcodec-dev libavutil-dev libturbojpeg0-dev
+           libavcodec-dev libavutil-dev libavformat-dev libswscale-dev libturbojpeg0-dev
            libgtest-dev libgmock-dev python3"
   # The programs that the benchmarks compare with are linked by nothing else.
   [bench]="libbenchmark-dev librosbag-storage-dev python3-rosbag libpcl-io1.13"

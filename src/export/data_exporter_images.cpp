@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -32,10 +33,27 @@ class PictureUnpacker {
   PictureUnpacker(const Log& log, const std::string& directory)
       : log_(log), directory_(directory) {}
 
-  /// @return False after an error line when the topic is to end here.
-  [[nodiscard]] bool unpack(const ImageFrame& frame) const {
+  /// Decodes in memory, without a trace. Threads: any number at the same time.
+  /// @return Nothing for a payload that is not one undamaged picture, or where decoding fails.
+  [[nodiscard]] static std::optional<std::string> decodeInMemory(const ImageFrame& frame) {
     try {
-      return unpackFrame(frame);
+      std::string reason;
+      PictureDecoder* const decoder = PictureModule::decoder(&reason);
+      std::string jpeg;
+      if (decoder != nullptr && startsLikeH264(frame.data) &&
+          decoder->decodePayload(frame.data, &jpeg)) {
+        return jpeg;
+      }
+    } catch (...) {  // unpack() meets it again, and tells
+    }
+    return std::nullopt;
+  }
+
+  /// @param jpeg  What decodeInMemory() made of the frame.
+  /// @return False after an error line when the topic is to end here.
+  [[nodiscard]] bool unpack(const ImageFrame& frame, const std::optional<std::string>& jpeg) const {
+    try {
+      return (jpeg && writeDecoded(stemOf(frame), *jpeg)) || unpackByFile(frame);
     } catch (const std::exception& exception) {
       log_.error("standard exception: %s!", exception.what());
     } catch (...) {
@@ -45,9 +63,23 @@ class PictureUnpacker {
   }
 
  private:
-  [[nodiscard]] bool unpackFrame(const ImageFrame& frame) const {
+  /// The outputs of a frame without their endings.
+  [[nodiscard]] std::string stemOf(const ImageFrame& frame) const {
     const osmik::Time time(static_cast<std::int64_t>(frame.collectTimestamp));
-    const std::string stem = directory_ + "/" + time.toString();
+    return directory_ + "/" + time.toString();
+  }
+
+  /// @return False, with nothing written, where a failure is to be met and told by unpackByFile().
+  [[nodiscard]] static bool writeDecoded(const std::string& stem, const std::string& jpeg) {
+    std::error_code error;
+    const std::filesystem::file_status stream =
+        std::filesystem::symlink_status(stem + ".h264", error);
+    return stream.type() == std::filesystem::file_type::not_found &&
+           writeWhole(stem + ".jpg", jpeg) == 0;
+  }
+
+  [[nodiscard]] bool unpackByFile(const ImageFrame& frame) const {
+    const std::string stem = stemOf(frame);
     std::string jpeg;
     {
       TemporaryFile stream(stem + ".h264");
@@ -105,13 +137,19 @@ class PictureUnpacker {
   }
 
   /// The picture gets its name when it is whole.
-  [[nodiscard]] bool writePicture(const std::string& path, const std::string& jpeg) const {
+  /// @return 0, or the system's reason.
+  [[nodiscard]] static int writeWhole(const std::string& path, const std::string& jpeg) {
     TemporaryFile file(path + ".part");
-    if (file.isOpen() && file.write(jpeg) == static_cast<std::int64_t>(jpeg.size()) &&
-        file.renameTo(path)) {
-      return true;
-    }
-    log_.error("write file(%s) error: %s!", path, std::generic_category().message(errno));
+    const bool written = file.isOpen() &&
+                         file.write(jpeg) == static_cast<std::int64_t>(jpeg.size()) &&
+                         file.renameTo(path);
+    return written ? 0 : errno;
+  }
+
+  [[nodiscard]] bool writePicture(const std::string& path, const std::string& jpeg) const {
+    const int reason = writeWhole(path, jpeg);
+    if (reason == 0) return true;
+    log_.error("write file(%s) error: %s!", path, std::generic_category().message(reason));
     return false;
   }
 
@@ -124,7 +162,9 @@ class PictureUnpacker {
 bool DataExporter::unpackCameraImage(osmik::File* file, const MorvaBag::View& view) {
   const Log log("DataExporter", "unpackCameraImage");
   const PictureUnpacker unpacker(log, osmik::FilePath(file->path()).dirName());
-  const auto unpack = [&unpacker](const ImageFrame& frame) { return unpacker.unpack(frame); };
+  const auto unpack = [&unpacker](const ImageFrame& frame) {
+    return unpacker.unpack(frame, PictureUnpacker::decodeInMemory(frame));
+  };
   const bool allUnpacked = forEachFrameWhile(log, *bag_, view, &MsgConverter::fromImageMsgArray,
                                              unpack, reportProgress());
   if (file->close() && allUnpacked) return true;

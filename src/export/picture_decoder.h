@@ -2,6 +2,7 @@
 #define MORVA_EXPORT_PICTURE_DECODER_H_
 
 #include <string>
+#include <string_view>
 
 namespace morva {
 
@@ -29,6 +30,12 @@ class PictureDecoder {
   PictureDecoder& operator=(const PictureDecoder&) = delete;
   virtual ~PictureDecoder() = default;
 
+  /// Decodes a payload in memory where it holds exactly one undamaged picture, to the same JPEG as
+  /// decode() makes of a file that holds it, at half of the cost.
+  /// @param jpeg  [out, not null] Unchanged where the result is false.
+  /// @return False for every other payload: decode() has the verdict.
+  [[nodiscard]] virtual bool decodePayload(std::string_view payload, std::string* jpeg) = 0;
+
   /// Decodes the first picture of an H.264 file and encodes it as a JPEG of quality 95.
   /// @param path  Absolute, so that no part of it is taken for a protocol.
   /// @param jpeg  [out, not null] Unspecified on failure.
@@ -38,7 +45,7 @@ class PictureDecoder {
 /// The one function of the module, under kPictureFunction: its decoder, which lives as long as the
 /// process. The name changes with the interface, so that a module of another version is not taken.
 using PictureFunction = PictureDecoder* (*)();
-inline constexpr char kPictureFunction[] = "kbagPictureDecoder1";
+inline constexpr char kPictureFunction[] = "kbagPictureDecoder2";
 
 }  // namespace morva
 

@@ -65,6 +65,15 @@ class FakeDecoder final : public PictureDecoder {
   FakeDecoder() { PictureModule::replace(this); }
   ~FakeDecoder() override { PictureModule::replace(nullptr); }
 
+  bool decodePayload(std::string_view payload, std::string* jpeg) override {
+    ++payloadCalls;
+    if (throws == 1) throw std::runtime_error("out of luck");
+    if (throws == 2) throw 5;
+    if (payload != decodable) return false;
+    *jpeg = "picture in memory";
+    return true;
+  }
+
   PictureResult decode(const std::string& path, std::string* jpeg) override {
     ++calls;
     path_ = path;
@@ -78,6 +87,8 @@ class FakeDecoder final : public PictureDecoder {
   PictureResult result;
   int throws = 0;
   int calls = 0;
+  int payloadCalls = 0;
+  std::string decodable;  ///< the payload that decodePayload() takes; none while it is empty
   std::string path_;
   std::string seen;
 };
@@ -265,6 +276,37 @@ TEST_F(DataExporterImages, DecoderSeesTheWholePayloadUnderAnAbsolutePath) {
   EXPECT_THAT(outputs(), ElementsAre("images/camera_0/.gitkeep", "images/camera_0/1.500000.jpg"));
 }
 
+TEST_F(DataExporterImages, PictureDecodedInMemoryNeedsNoStream) {
+  FakeDecoder decoder;
+  decoder.decodable = kStartsRight;
+  add(1'000'000, kStartsRight);
+  add(2'000'000, kStartsRight + " and more");
+  EXPECT_TRUE(unpack());
+  EXPECT_EQ(output("images/camera_0/1.000000.jpg"), "picture in memory");
+  EXPECT_EQ(output("images/camera_0/2.000000.jpg"), "picture");
+  EXPECT_EQ(decoder.calls, 1);
+  EXPECT_EQ(decoder.seen, kStartsRight + " and more");
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(DataExporterImages, FileUnderTheNameOfTheStreamIsRemovedAllTheSame) {
+  FakeDecoder decoder;
+  decoder.decodable = kStartsRight;
+  add(1'000'000, kStartsRight);
+  test::writeFile(path("images/camera_0/1.000000.h264"), "of somebody else");
+  EXPECT_TRUE(unpack());
+  EXPECT_EQ(decoder.calls, 1);
+  EXPECT_THAT(outputs(), ElementsAre("images/camera_0/.gitkeep", "images/camera_0/1.000000.jpg"));
+}
+
+TEST_F(DataExporterImages, PayloadThatIsNoVideoIsNeverDecoded) {
+  FakeDecoder decoder;
+  add(1'000'000, "not a video at all");
+  EXPECT_FALSE(unpack());
+  EXPECT_EQ(decoder.payloadCalls, 0);
+  EXPECT_EQ(decoder.calls, 0);
+}
+
 TEST_F(DataExporterImages, EveryFailureOfTheDecoderHasItsLine) {
   add(1'000'000, kStartsRight);
   add(2'000'000, kStartsRight);
@@ -328,10 +370,11 @@ TEST_F(DataExporterImages, StreamThatIsNotWrittenWholeIsAWarning) {
 
 TEST_F(DataExporterImages, PictureThatIsNotWrittenWholeIsAbsent) {
   using Call = FailingFileCalls::Call;
-  const FakeDecoder decoder;
+  FakeDecoder decoder;
   add(1'000'000, kStartsRight);
   static_cast<void>(view(kTopic));
-  for (const Call call : {Call::kOpen, Call::kPwrite, Call::kClose}) {
+  for (const Call call : {Call::kOpen, Call::kPwrite, Call::kClose, Call::kOpen, Call::kPwrite}) {
+    decoder.decodable = decoder.calls < 3 ? "" : kStartsRight;
     FailingFileCalls calls;
     calls.onlyFilesThatEndIn(".part");
     calls.fail(call);
