@@ -6,6 +6,8 @@
 #include <memory>
 #include <zstd.h>
 
+#include "platform/overwrite_string.h"
+
 namespace basalt {
 namespace {
 
@@ -15,8 +17,10 @@ constexpr std::size_t kLz4MaxRatio = 255;
 constexpr std::size_t kZstdBlockStoredBytes = 4;
 constexpr std::size_t kZstdBlockRawBytes = 128 * 1024;
 constexpr int kZstdLevel = 1;
-// Output is taken in steps, so that a lying size costs no more than the data really restores.
+// Beyond the usual, output is taken in steps, so that a lying size costs no more than the data
+// really restores.
 constexpr std::size_t kFirstStepBytes = 1024 * 1024;
+constexpr std::size_t kUsualRatio = 8;
 
 struct ZstdContextDeleter {
   void operator()(ZSTD_CCtx* context) const { ZSTD_freeCCtx(context); }
@@ -31,6 +35,25 @@ ZSTD_CCtx* threadCompressContext() {
 ZSTD_DCtx* threadDecompressContext() {
   thread_local const std::unique_ptr<ZSTD_DCtx, ZstdContextDeleter> context(ZSTD_createDCtx());
   return context.get();
+}
+
+/// @return Whether a whole frame of `rawSize` bytes was decoded.
+bool decompressInSteps(ZSTD_DCtx* context, ZSTD_inBuffer* input, std::size_t rawSize,
+                       std::string* out) {
+  std::size_t done = 0;
+  while (done < rawSize) {
+    if (out->size() < rawSize) out->resize(std::min(rawSize, std::max(kFirstStepBytes, 2 * done)));
+    ZSTD_outBuffer output{out->data(), std::min(out->size(), rawSize), done};
+    const std::size_t left = ZSTD_decompressStream(context, &output, input);
+    if (ZSTD_isError(left) != 0U) return false;
+    const bool stuck = output.pos == done && input->pos == input->size;
+    done = output.pos;
+    if (left == 0) break;
+    if (stuck) return false;
+  }
+  if (done != rawSize) return false;
+  out->resize(rawSize);
+  return true;
 }
 
 }  // namespace
@@ -54,10 +77,12 @@ std::int64_t Lz4Compress::decompress(const void* data, std::size_t size, std::si
   const std::size_t capacity = bound(rawSize);
   if (size == 0 || size > LZ4_MAX_INPUT_SIZE || capacity == 0) return -1;
   if (rawSize / kLz4MaxRatio > size) return -1;
-  out->resize(capacity);
-  const int length = LZ4_decompress_safe(static_cast<const char*>(data), out->data(),
-                                         static_cast<int>(size), static_cast<int>(capacity));
-  out->resize(static_cast<std::size_t>(std::max(length, 0)));
+  int length = 0;
+  morva::overwriteString(out, capacity, [&](char* memory, std::size_t bytes) {
+    length = LZ4_decompress_safe(static_cast<const char*>(data), memory, static_cast<int>(size),
+                                 static_cast<int>(bytes));
+    return static_cast<std::size_t>(std::max(length, 0));
+  });
   return length;
 }
 
@@ -78,23 +103,22 @@ std::int64_t ZstdCompress::decompress(const void* data, std::size_t size, std::s
   if (context == nullptr || rawSize == 0) return -1;
   if (rawSize / kZstdBlockRawBytes > size / kZstdBlockStoredBytes) return -1;
   if (ZSTD_getFrameContentSize(data, size) != rawSize) return -1;
-
   if (ZSTD_isError(ZSTD_DCtx_reset(context, ZSTD_reset_session_only)) != 0U) return -1;
+
   ZSTD_inBuffer input{data, size, 0};
-  std::size_t done = 0;
-  while (done < rawSize) {
-    if (out->size() < rawSize) out->resize(std::min(rawSize, std::max(kFirstStepBytes, 2 * done)));
-    ZSTD_outBuffer output{out->data(), std::min(out->size(), rawSize), done};
-    const std::size_t left = ZSTD_decompressStream(context, &output, &input);
-    if (ZSTD_isError(left) != 0U) return -1;
-    const bool stuck = output.pos == done && input.pos == input.size;
-    done = output.pos;
-    if (left == 0) break;
-    if (stuck) return -1;
+  bool complete = false;
+  if (rawSize <= kFirstStepBytes || rawSize / kUsualRatio <= size) {
+    // Room for all of it lets the library decode straight into the output, in one go.
+    morva::overwriteString(out, rawSize, [&](char* memory, std::size_t bytes) {
+      ZSTD_outBuffer output{memory, bytes, 0};
+      const std::size_t left = ZSTD_decompressStream(context, &output, &input);
+      complete = left == 0 && output.pos == rawSize;
+      return output.pos;
+    });
+  } else {
+    complete = decompressInSteps(context, &input, rawSize, out);
   }
-  if (done != rawSize || input.pos != input.size) return -1;
-  out->resize(rawSize);
-  return static_cast<std::int64_t>(rawSize);
+  return complete && input.pos == size ? static_cast<std::int64_t>(rawSize) : -1;
 }
 
 }  // namespace basalt

@@ -9,4 +9,7 @@
 /// 0xCBF43926. Threads: any.
 [[nodiscard]] std::uint32_t Crc32(const void* bytes, std::size_t length);
 
+/// The checksum of what `before` is the checksum of, followed by these bytes.
+[[nodiscard]] std::uint32_t Crc32(std::uint32_t before, const void* bytes, std::size_t length);
+
 #endif  // MORVA_PLATFORM_CRC32_H_

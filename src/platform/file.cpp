@@ -6,14 +6,18 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "platform/file_calls.h"
 
 namespace osmik {
 namespace {
 
-constexpr std::size_t kReadAheadBytes = 64 * 1024;      // when reading goes on where it stopped
-constexpr std::size_t kRandomReadBytes = 4 * 1024;      // after a jump
+constexpr std::size_t kFirstStepBytes = 16 * 1024;      // read ahead at the start of a file
+constexpr std::size_t kJumpStepBytes = 4 * 1024;        // and next after a jump
+constexpr std::size_t kStepGrowth = 4;                  // while reading goes on
+constexpr std::size_t kDirectBytes = 16 * 1024;         // cheaper to read than to copy
+constexpr std::int64_t kNearBytes = 4 * 1024;           // a shorter way forward is not a jump
 constexpr std::size_t kMaxReservedBytes = 1024 * 1024;  // a larger write buffer grows as it is used
 
 int openFlags(OpenMode mode) {
@@ -59,7 +63,9 @@ bool File::open(const std::string& path, OpenMode mode) {
   path_ = path;
   writing_ = mode != OpenMode::kRead;
   position_ = 0;
-  bufferStart_ = 0;
+  aheadStart_ = 0;
+  aheadSize_ = 0;
+  step_ = kFirstStepBytes;
   buffer_.clear();
   if (writing_) buffer_.reserve(std::min(writeBufferSize(), kMaxReservedBytes));
   return true;
@@ -101,44 +107,99 @@ std::int64_t File::writeAt(const void* data, std::size_t size, std::int64_t offs
   return static_cast<std::int64_t>(done);
 }
 
-std::size_t File::takeBuffered(char* out, std::size_t size) {
-  const auto buffered = static_cast<std::int64_t>(buffer_.size());
-  const std::int64_t skip = position_ - bufferStart_;
-  if (skip < 0 || skip >= buffered) return 0;
-  const std::size_t count = std::min(size, static_cast<std::size_t>(buffered - skip));
-  std::memcpy(out, buffer_.data() + skip, count);
+bool File::isReading() const {
+  if (isOpen() && !writing_) return true;
+  errno = EBADF;
+  return false;
+}
+
+/// What lies ready from the position on.
+std::string_view File::ahead() const {
+  const std::int64_t skip = position_ - aheadStart_;
+  if (skip < 0 || skip >= static_cast<std::int64_t>(aheadSize_)) return {};
+  return std::string_view(ahead_.get(), aheadSize_).substr(static_cast<std::size_t>(skip));
+}
+
+bool File::goesOn() const {
+  const std::int64_t way = position_ - (aheadStart_ + static_cast<std::int64_t>(aheadSize_));
+  return !ahead().empty() || (way >= 0 && way <= kNearBytes);
+}
+
+/// Reads ahead, so that `size` bytes (at most kMaxPeekBytes) lie ready at the position if the file
+/// has them. @return What lies ready, or -1 when an error left nothing.
+std::int64_t File::lookAhead(std::size_t size) {
+  if (!goesOn()) step_ = kJumpStepBytes;
+  const std::size_t wanted = std::max(step_, size);
+  step_ = std::min(step_ * kStepGrowth, kMaxPeekBytes);
+
+  const std::string_view kept = ahead();
+  if (wanted > aheadCapacity_) {
+    auto larger = std::make_unique_for_overwrite<char[]>(wanted);
+    kept.copy(larger.get(), kept.size());
+    ahead_ = std::move(larger);
+    aheadCapacity_ = wanted;
+  } else if (!kept.empty()) {
+    std::memmove(ahead_.get(), kept.data(), kept.size());
+  }
+  aheadStart_ = position_;
+  aheadSize_ = kept.size();
+  const std::int64_t count = readAt(ahead_.get() + aheadSize_, wanted - aheadSize_,
+                                    position_ + static_cast<std::int64_t>(aheadSize_));
+  if (count < 0 && aheadSize_ == 0) return -1;
+  aheadSize_ += static_cast<std::size_t>(std::max<std::int64_t>(count, 0));
+  return static_cast<std::int64_t>(aheadSize_);
+}
+
+std::int64_t File::readDirectly(char* out, std::size_t size) {
+  step_ = goesOn() ? std::min(step_ * kStepGrowth, kMaxPeekBytes) : kJumpStepBytes;
+  const std::int64_t count = readAt(out, size, position_);
+  position_ += std::max<std::int64_t>(count, 0);
+  aheadStart_ = position_;
+  aheadSize_ = 0;
+  return count;
+}
+
+std::size_t File::takeAhead(char* out, std::size_t size) {
+  const std::size_t count = ahead().copy(out, size);
   position_ += static_cast<std::int64_t>(count);
   return count;
 }
 
 std::int64_t File::read(void* out, std::size_t size) {
-  if (!isOpen() || writing_) {
-    errno = EBADF;
-    return -1;
-  }
+  if (!isReading()) return -1;
   char* const bytes = static_cast<char*>(out);
-  std::size_t done = takeBuffered(bytes, size);
-  while (done < size) {
-    const std::size_t missing = size - done;
-    const bool sequential = position_ == bufferStart_ + static_cast<std::int64_t>(buffer_.size());
-    const std::size_t step = sequential ? kReadAheadBytes : kRandomReadBytes;
-    if (missing >= step) {
-      const std::int64_t count = readAt(bytes + done, missing, position_);
-      if (count < 0) return done > 0 ? static_cast<std::int64_t>(done) : -1;
-      position_ += count;
-      bufferStart_ = position_;
-      buffer_.clear();
-      return static_cast<std::int64_t>(done) + count;
-    }
-    buffer_.resize(step);
-    bufferStart_ = position_;
-    const std::int64_t count = readAt(buffer_.data(), step, position_);
-    buffer_.resize(static_cast<std::size_t>(std::max<std::int64_t>(count, 0)));
-    if (count < 0 && done == 0) return -1;
-    if (count <= 0) break;
-    done += takeBuffered(bytes + done, missing);
+  std::size_t done = takeAhead(bytes, size);
+  if (done == size) return static_cast<std::int64_t>(done);
+  const std::size_t missing = size - done;
+  std::int64_t count = 0;
+  if (!goesOn() || missing >= std::min(step_, kDirectBytes)) {
+    count = readDirectly(bytes + done, missing);
+  } else {
+    count = lookAhead(missing);
+    if (count > 0) count = static_cast<std::int64_t>(takeAhead(bytes + done, missing));
   }
-  return static_cast<std::int64_t>(done);
+  if (count < 0) return done > 0 ? static_cast<std::int64_t>(done) : -1;
+  return static_cast<std::int64_t>(done) + count;
+}
+
+std::int64_t File::peek(std::size_t size, std::string_view* bytes) {
+  *bytes = {};
+  if (!isReading()) return -1;
+  const std::size_t wanted = std::min(size, kMaxPeekBytes);
+  if (ahead().size() < wanted && lookAhead(wanted) < 0) return -1;
+  *bytes = ahead().substr(0, wanted);
+  return static_cast<std::int64_t>(bytes->size());
+}
+
+std::int64_t File::readInPlace(std::size_t size, std::string_view* bytes) {
+  *bytes = {};
+  if (!isReading()) return -1;
+  if (ahead().empty()) {
+    if (const std::int64_t count = lookAhead(1); count < 1) return count;
+  }
+  *bytes = ahead().substr(0, size);
+  position_ += static_cast<std::int64_t>(bytes->size());
+  return static_cast<std::int64_t>(bytes->size());
 }
 
 std::int64_t File::write(const void* data, std::size_t size) {
@@ -233,6 +294,8 @@ bool File::close() {
   fd_ = -1;
   buffer_.clear();
   buffer_.shrink_to_fit();
+  ahead_.reset();
+  aheadCapacity_ = aheadSize_ = 0;
   if (!flushed) errno = reason;
   return flushed && closed;
 }

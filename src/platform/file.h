@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,11 +45,16 @@ class IODevice {
 
 /// An open file of the file system, opened for reading or for writing.
 ///
-/// Owns the descriptor and the buffers. Reading keeps a small read-ahead buffer; writing keeps the
-/// buffer of setWMBuffer, so a failure may show only at flush() or close(): look at both.
+/// Owns the descriptor and the buffers. Reading looks ahead, the further the longer it goes on
+/// without a jump, up to kMaxPeekBytes; what is asked for after a jump is read alone. Writing keeps
+/// the buffer of setWMBuffer, so a failure may show only at flush() or close(): look at both.
 /// Interrupted system calls are repeated. Threads: one at a time.
 class File final : public IODevice {
  public:
+  /// Most bytes that can be looked at in place. More would fall out of the processor's cache before
+  /// they are used.
+  static constexpr std::size_t kMaxPeekBytes = 256 * 1024;
+
   File() = default;
   ~File() override;
 
@@ -59,6 +65,17 @@ class File final : public IODevice {
   [[nodiscard]] const std::string& path() const { return path_; }
 
   [[nodiscard]] std::int64_t read(void* out, std::size_t size) override;
+  /// Gives the next `size` bytes (at most kMaxPeekBytes) in place, without moving.
+  /// @param bytes  [out, not null] Valid until the next call that moves or reads.
+  /// @return Bytes given, fewer than asked only at the end or at an error; -1 when there are none
+  ///         because of an error.
+  [[nodiscard]] std::int64_t peek(std::size_t size, std::string_view* bytes);
+  /// As read(), but gives the next bytes in place, as many as lie ready, up to `size`, and moves
+  /// past them.
+  /// @param bytes  [out, not null] Valid until the next call that moves or reads.
+  /// @return Bytes given, at least 1; 0 at the end, -1 at an error.
+  [[nodiscard]] std::int64_t readInPlace(std::size_t size, std::string_view* bytes);
+
   [[nodiscard]] std::int64_t write(const void* data, std::size_t size) override;
   [[nodiscard]] std::int64_t write(std::string_view data) {
     return write(data.data(), data.size());
@@ -95,15 +112,26 @@ class File final : public IODevice {
   [[nodiscard]] std::int64_t readAt(void* out, std::size_t size, std::int64_t offset) const;
   [[nodiscard]] std::int64_t writeAt(const void* data, std::size_t size, std::int64_t offset) const;
   [[nodiscard]] bool isServable(OpenMode mode) const;
-  std::size_t takeBuffered(char* out, std::size_t size);
+  [[nodiscard]] bool isReading() const;
+  [[nodiscard]] std::string_view ahead() const;
+  [[nodiscard]] bool goesOn() const;
+  [[nodiscard]] std::int64_t lookAhead(std::size_t size);
+  std::int64_t readDirectly(char* out, std::size_t size);
+  std::size_t takeAhead(char* out, std::size_t size);
 
   std::string path_;
   int fd_ = -1;
   bool writing_ = false;
   std::int64_t position_ =
       0;  ///< reading: next byte; writing: file offset of the buffer's first byte
-  std::vector<char> buffer_;  ///< reading: bytes from bufferStart_; writing: bytes not yet written
-  std::int64_t bufferStart_ = 0;
+  std::vector<char> buffer_;  ///< bytes not yet written
+
+  // Reading: aheadSize_ bytes of the file from aheadStart_ on. They end where the last read ended.
+  std::unique_ptr<char[]> ahead_;
+  std::size_t aheadCapacity_ = 0;
+  std::size_t aheadSize_ = 0;
+  std::int64_t aheadStart_ = 0;
+  std::size_t step_ = 0;  ///< how far the next look ahead goes, if there is no jump before it
 };
 
 }  // namespace osmik

@@ -30,3 +30,12 @@ TEST(Crc32, AgreesWithBitwiseReferenceAtEveryLengthAndAlignment) {
     }
   }
 }
+
+TEST(Crc32, ContinuesAChecksum) {
+  const std::string bytes = "123456789";
+  for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
+    const std::uint32_t first = Crc32(bytes.data(), cut);
+    EXPECT_EQ(Crc32(first, bytes.data() + cut, bytes.size() - cut), 0xCBF43926U) << cut;
+  }
+  EXPECT_EQ(Crc32(0xCBF43926U, nullptr, 0), 0xCBF43926U);
+}

@@ -1,9 +1,12 @@
 #include "platform/file.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <fcntl.h>
 #include <random>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +27,7 @@ namespace {
 using Call = FailingFileCalls::Call;
 
 constexpr std::size_t kReadAheadBytes = 64 * 1024;
+constexpr std::size_t kFirstReadAheadBytes = 16 * 1024;
 
 std::string randomBytes(std::size_t size) {
   std::mt19937 random(11);
@@ -203,7 +207,7 @@ TEST(FileRead, RandomSeeksGiveTheBytesAtTheirPlace) {
 
 TEST(FileRead, SequentialReadsShareOneReadAhead) {
   const TempDir dir;
-  writeFile(dir / "a", randomBytes(kReadAheadBytes));
+  writeFile(dir / "a", randomBytes(kFirstReadAheadBytes));
   FailingFileCalls calls;
   File file;
   ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
@@ -211,20 +215,127 @@ TEST(FileRead, SequentialReadsShareOneReadAhead) {
   EXPECT_EQ(calls.count(Call::kPread), 1);
 }
 
-TEST(FileRead, ReadAfterAJumpLooksOnlyALittleAhead) {
+TEST(FileRead, ReadAfterAJumpLooksAheadOnlyWhereReadingGoesOn) {
   const TempDir dir;
-  writeFile(dir / "a", randomBytes(kReadAheadBytes));
+  const std::string content = randomBytes(kReadAheadBytes);
+  writeFile(dir / "a", content);
   FailingFileCalls calls;
   File file;
   ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
-  ASSERT_EQ(file.seek(10'000), 10'000);
-  EXPECT_EQ(readSome(&file, 4).size(), 4U);
-  ASSERT_EQ(file.seek(10'000 + 4096 - 4), 10'000 + 4096 - 4);
-  EXPECT_EQ(readSome(&file, 4).size(), 4U);
-  EXPECT_EQ(calls.count(Call::kPread), 1);
-  ASSERT_EQ(file.seek(20'000), 20'000);
-  EXPECT_EQ(readSome(&file, 4).size(), 4U);
-  EXPECT_EQ(calls.count(Call::kPread), 2);
+  const auto readAt = [&](std::int64_t at) {
+    EXPECT_EQ(file.seek(at), at);
+    EXPECT_EQ(readSome(&file, 4), content.substr(static_cast<std::size_t>(at), 4));
+    return calls.count(Call::kPread);
+  };
+  EXPECT_EQ(readAt(40'000), 1);
+  EXPECT_EQ(readAt(20'000), 2);
+  EXPECT_EQ(readAt(20'004), 3);         // goes on: 4096 bytes
+  EXPECT_EQ(readAt(20'004 + 4092), 3);  // the last of them
+  EXPECT_EQ(readAt(25'000), 4);         // near enough: 16384 bytes
+  EXPECT_EQ(readAt(25'000 + 16'380), 4);
+  EXPECT_EQ(readAt(30'000), 4);  // also backwards
+  EXPECT_EQ(readAt(10'000), 5);
+}
+
+TEST(FileRead, ReadAheadGrowsUpToItsLimit) {
+  const TempDir dir;
+  const std::string content = randomBytes(5 * File::kMaxPeekBytes);
+  writeFile(dir / "a", content);
+  FailingFileCalls calls;
+  File file;
+  ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
+  std::string all;
+  for (std::string part = "x"; !part.empty(); all += part) part = readSome(&file, 1000);
+  EXPECT_EQ(all, content);
+  // 16, 64 and then 256 KiB at a time; the read that meets the end asks twice more.
+  EXPECT_LE(calls.count(Call::kPread), 2 + 5 + 4);
+}
+
+TEST(FilePeek, GivesBytesInPlaceWithoutMoving) {
+  const TempDir dir;
+  const std::string content = randomBytes(700'000);
+  writeFile(dir / "a", content);
+  File file;
+  ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
+  std::mt19937 random(13);
+  for (int i = 0; i < 300; ++i) {
+    if (i % 3 == 0) {
+      ASSERT_GE(file.seek(static_cast<std::int64_t>(random() % (content.size() + 100))), 0);
+    }
+    const auto at = static_cast<std::size_t>(file.pos());
+    const std::string rest = at < content.size() ? content.substr(at) : std::string();
+    const std::size_t size = random() % (i % 5 == 0 ? File::kMaxPeekBytes + 1 : 3000);
+    std::string_view bytes;
+    ASSERT_EQ(file.peek(size, &bytes), static_cast<std::int64_t>(std::min(size, rest.size())));
+    ASSERT_EQ(bytes, std::string_view(rest).substr(0, size));
+    ASSERT_EQ(file.pos(), static_cast<std::int64_t>(at));
+    if (i % 2 == 0) continue;
+    ASSERT_EQ(readSome(&file, size), std::string_view(rest).substr(0, size));
+  }
+}
+
+TEST(FilePeek, GivesNoMoreThanTheLimit) {
+  const TempDir dir;
+  writeFile(dir / "a", randomBytes(2 * File::kMaxPeekBytes));
+  File file;
+  ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
+  std::string_view bytes;
+  EXPECT_EQ(file.peek(SIZE_MAX, &bytes), static_cast<std::int64_t>(File::kMaxPeekBytes));
+  EXPECT_EQ(bytes.size(), File::kMaxPeekBytes);
+}
+
+TEST(FilePeek, SeesWhatWasAppendedAndTellsErrors) {
+  const TempDir dir;
+  writeFile(dir / "a", "abc");
+  FailingFileCalls calls;
+  File file;
+  ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
+  calls.fail(Call::kPread, 1, 1, EIO);
+  std::string_view bytes = "x";
+  EXPECT_EQ(file.peek(10, &bytes), -1);
+  EXPECT_EQ(bytes, "");
+  EXPECT_EQ(file.peek(10, &bytes), 3);
+  EXPECT_EQ(bytes, "abc");
+  File writer;
+  ASSERT_TRUE(writer.open(dir / "a", OpenMode::kWrite));
+  ASSERT_EQ(writer.write("abcdef"), 6);
+  ASSERT_TRUE(writer.close());
+  EXPECT_EQ(file.peek(10, &bytes), 6);
+  EXPECT_EQ(bytes, "abcdef");
+  File closed;
+  EXPECT_EQ(closed.peek(1, &bytes), -1);
+  EXPECT_EQ(errno, EBADF);
+}
+
+TEST(FileReadInPlace, GivesEveryByteOnce) {
+  const TempDir dir;
+  const std::string content = randomBytes(700'000);
+  writeFile(dir / "a", content);
+  File file;
+  ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
+  std::string all;
+  std::string_view bytes;
+  while (file.readInPlace(content.size() - all.size() + 1, &bytes) > 0) {
+    all += bytes;
+    ASSERT_EQ(file.pos(), static_cast<std::int64_t>(all.size()));
+    if (all.size() < 5000) all += readSome(&file, 3);
+  }
+  EXPECT_EQ(all, content);
+  EXPECT_EQ(file.readInPlace(1, &bytes), 0);
+}
+
+TEST(FileReadInPlace, TellsErrorsAndGoesOn) {
+  const TempDir dir;
+  writeFile(dir / "a", "abc");
+  FailingFileCalls calls;
+  calls.fail(Call::kPread, 1, 1, EIO);
+  File file;
+  ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
+  std::string_view bytes;
+  EXPECT_EQ(file.readInPlace(2, &bytes), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(file.readInPlace(2, &bytes), 2);
+  EXPECT_EQ(bytes, "ab");
 }
 
 TEST(FileRead, SeesWhatWasAppendedSinceTheEndWasMet) {
@@ -277,7 +388,7 @@ TEST(FileRead, ErrorAfterSomeBytesGivesThose) {
   File file;
   ASSERT_TRUE(file.open(dir / "a", OpenMode::kRead));
   EXPECT_EQ(readSome(&file, 10), content.substr(0, 10));
-  EXPECT_EQ(readSome(&file, 2 * kReadAheadBytes), content.substr(10, kReadAheadBytes - 10));
+  EXPECT_EQ(readSome(&file, 2 * kReadAheadBytes), content.substr(10, kFirstReadAheadBytes - 10));
 }
 
 TEST(FileRead, ClosedAndWritingFilesRefuse) {
