@@ -14,7 +14,7 @@ bool makeEntry(const BagFile::Chunk& chunk, std::int64_t offset, std::int64_t ne
   if (chunk.header.size() != layout::kTopicHeaderBytes) return false;
   if (!decodeTopicHeader(chunk.header, entry)) return false;
   constexpr std::size_t kAllButData = layout::kChunkFramingBytes + layout::kTopicHeaderBytes;
-  // The chunk's data has been restored already: what it took in the file is left from its extent.
+  // What the data takes in the file is left from the chunk's extent.
   entry->storedSize =
       static_cast<std::uint32_t>(static_cast<std::size_t>(next - offset) - kAllButData);
   return true;
@@ -42,7 +42,7 @@ bool walkChunks(BagReader* reader, const Log& log, const OnMessage& onMessage) {
   while (true) {
     std::int64_t next = 0;
     BagFile::TopicHeader entry;
-    const bool isRead = reader->read(&chunk, offset, &next) >= 0;
+    const bool isRead = reader->verify(&chunk, offset, &next) >= 0;
     if (isRead && chunk.type == layout::kIndexChunk) return true;
     if (isRead && chunk.type != layout::kTopicDataChunk) {
       log.warning("invalid chunk type: 0x%04x, offset: 0x%016llx, reindex abort!", chunk.type,

@@ -9,6 +9,7 @@
 #include "platform/byte_order.h"
 #include "platform/crc32.h"
 #include "platform/data_crypto.h"
+#include "platform/overwrite_string.h"
 #include "storage/index_codec.h"
 
 namespace morva {
@@ -192,8 +193,12 @@ bool BagReader::readSideChunk(osmik::File* file, Chunk* chunk) const {
   }
   std::string data;
   const bool holdsData = file->size() - file->pos() >= size;
-  if (holdsData) data.resize(size);
-  if (!holdsData || file->read(data.data(), size) != size) {
+  if (holdsData) {
+    overwriteString(&data, size, [file](char* memory, std::size_t bytes) {
+      return static_cast<std::size_t>(std::max<std::int64_t>(file->read(memory, bytes), 0));
+    });
+  }
+  if (data.size() != size) {
     log.error("read chunk data error!");
     return false;
   }
@@ -222,6 +227,9 @@ bool BagReader::close() {
   if (file_) file_->close();  // nothing was written that could be lost
   file_.reset();
   hasIndex_ = false;
+  spares_.clear();
+  packed_ = {};
+  restored_ = {};
   return true;
 }
 

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "platform/log.h"
 #include "storage/bag_file.h"
@@ -50,6 +52,11 @@ class BagReader final : public BagFile {
   ///         that the file holds the whole chunk; or -1.
   [[nodiscard]] std::int64_t read(Chunk* chunk, std::int64_t offset, std::int64_t* next) override;
 
+  /// Verifies the chunk that begins at `offset` as read() does, with the same lines and results,
+  /// but does not keep its data: for walks through a whole file. headerOnly is not looked at.
+  /// Threads: any, one after another; a chunk's checksum and decompression keep the others waiting.
+  [[nodiscard]] std::int64_t verify(Chunk* chunk, std::int64_t offset, std::int64_t* next);
+
   /// Reads one message and verifies its checksum. The chunk's own framing is not read.
   /// @param index  topicId, count, rawSize, storedSize and chunkOffset are used. Count 0 and size 0
   ///               cannot be read.
@@ -86,9 +93,20 @@ class BagReader final : public BagFile {
 
   [[nodiscard]] bool seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& log);
   [[nodiscard]] bool readFraming(Chunk* chunk, std::int64_t offset, Stored* stored);
+  [[nodiscard]] bool readFramingByField(Chunk* chunk, std::int64_t offset, Stored* stored);
   [[nodiscard]] std::int64_t skipData(std::uint32_t size, std::int64_t* next);
   [[nodiscard]] bool readStored(std::string* data, Stored* stored);
-  [[nodiscard]] std::int64_t restore(Chunk* chunk, std::int64_t offset, const Stored& stored) const;
+  [[nodiscard]] bool holdsStored(const Stored& stored);
+  [[nodiscard]] bool isWhole(std::int64_t count, Stored* stored);
+  [[nodiscard]] bool sumStored(Stored* stored, std::uint32_t* sum);
+  [[nodiscard]] bool holdStored(Stored* stored, std::string_view* data);
+  [[nodiscard]] static bool isSound(std::uint32_t computed, std::int64_t offset,
+                                    const Stored& stored);
+  [[nodiscard]] bool isPacked(const Chunk& chunk, const Stored& stored) const;
+  [[nodiscard]] std::int64_t restore(const Chunk& chunk, std::int64_t offset, const Stored& stored,
+                                     std::string_view packed, std::string* data) const;
+  [[nodiscard]] std::string takeSpare();
+  void giveSpare(std::string spare);
   [[nodiscard]] bool canBeIndexSize(std::uint32_t rawSize, std::int64_t fileSize) const;
   [[nodiscard]] bool seekToMessage(const MsgIndex& index, const std::string* data);
   [[nodiscard]] std::int64_t findChunk();
@@ -100,6 +118,10 @@ class BagReader final : public BagFile {
   bool hasIndex_ = false;
   std::int64_t fileSize_ = 0;  ///< as last looked at: a bag may still be growing
   TopicNames topicNames_;
+  // Memory that is kept to be used again; guarded by mutex_.
+  std::vector<std::string> spares_;  ///< for stored bytes, while a message is restored from them
+  std::string packed_;               ///< of verify(): stored bytes
+  std::string restored_;             ///< and what they restore to
 };
 
 }  // namespace morva

@@ -10,6 +10,7 @@
 
 #include "platform/byte_order.h"
 #include "platform/crc32.h"
+#include "platform/overwrite_string.h"
 
 namespace morva {
 namespace {
@@ -30,23 +31,51 @@ const Log& searchLog() {
 
 std::int64_t BagReader::read(Chunk* chunk, std::int64_t offset, std::int64_t* next) {
   Stored stored;
+  std::string packed;
   {
     const std::lock_guard lock(mutex_);
     if (!seekToChunk(chunk, offset, readLog())) return -1;
     if (!readFraming(chunk, offset, &stored)) return -1;
     if (chunk->headerOnly) return skipData(stored.size, next);
-    if (!readStored(&chunk->data, &stored)) return -1;
+    if (isPacked(*chunk, stored)) packed = takeSpare();
+    if (!readStored(isPacked(*chunk, stored) ? &packed : &chunk->data, &stored)) return -1;
   }
-  const std::uint32_t computed = Crc32(chunk->data.data(), chunk->data.size());
-  if (computed != stored.crc) {
-    readLog().error(
-        "crc32 error(0x%08X : 0x%08X), chunk offset: 0x%016llX, crc32 offset: 0x%016llX, "
-        "crc data len: %d!",
-        computed, stored.crc, offset, stored.end, stored.size);
+  const std::string& bytes = isPacked(*chunk, stored) ? packed : chunk->data;
+  if (!isSound(Crc32(bytes.data(), bytes.size()), offset, stored)) return -1;
+  if (next != nullptr) *next = stored.end;
+  if (!isPacked(*chunk, stored)) return stored.size;
+
+  const std::int64_t length = restore(*chunk, offset, stored, packed, &chunk->data);
+  giveSpare(std::move(packed));
+  return length;
+}
+
+std::int64_t BagReader::verify(Chunk* chunk, std::int64_t offset, std::int64_t* next) {
+  const std::lock_guard lock(mutex_);
+  Stored stored;
+  if (!seekToChunk(chunk, offset, readLog())) return -1;
+  if (!readFraming(chunk, offset, &stored)) return -1;
+  std::uint32_t sum = 0;
+  std::string_view packed;
+  if (isPacked(*chunk, stored)) {
+    if (!holdStored(&stored, &packed)) return -1;
+    sum = Crc32(packed.data(), packed.size());
+  } else if (!sumStored(&stored, &sum)) {
     return -1;
   }
+  if (!isSound(sum, offset, stored)) return -1;
   if (next != nullptr) *next = stored.end;
-  return restore(chunk, offset, stored);
+  if (!isPacked(*chunk, stored)) return stored.size;
+  return restore(*chunk, offset, stored, packed, &restored_);
+}
+
+bool BagReader::isSound(std::uint32_t computed, std::int64_t offset, const Stored& stored) {
+  if (computed == stored.crc) return true;
+  readLog().error(
+      "crc32 error(0x%08X : 0x%08X), chunk offset: 0x%016llX, crc32 offset: 0x%016llX, "
+      "crc data len: %d!",
+      computed, stored.crc, offset, stored.end, stored.size);
+  return false;
 }
 
 bool BagReader::seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& log) {
@@ -68,11 +97,32 @@ std::int64_t BagReader::readValue(T* value) {
 }
 
 bool BagReader::readFraming(Chunk* chunk, std::int64_t offset, Stored* stored) {
-  const Log& log = readLog();
   chunk->type = 0;
   chunk->header.clear();
   chunk->data.clear();
 
+  std::string_view bytes;
+  if (const auto count = file_->peek(layout::kTopicDataOffset, &bytes); count < 0) {
+    readLog().error("read chunk size error, offset: %lld, ret: %d!", offset, count);
+    return false;
+  }
+  // Small chunks cost as much as their framing does: where all of it lies ready, as it nearly
+  // always does, it is taken in one piece.
+  if (bytes.size() < layout::kChunkPrefixBytes) return readFramingByField(chunk, offset, stored);
+  const auto headerSize = loadLe<std::uint16_t>(&bytes[layout::kHeaderSizeOffset]);
+  const std::size_t sizeAt = layout::kChunkPrefixBytes + headerSize;
+  if (headerSize < layout::kMinChunkHeaderBytes || bytes.size() < sizeAt + sizeof stored->size) {
+    return readFramingByField(chunk, offset, stored);
+  }
+  chunk->type = loadLe<std::uint16_t>(&bytes[layout::kChunkTypeOffset]);
+  chunk->header.assign(bytes, layout::kChunkPrefixBytes, headerSize);
+  stored->size = loadLe<std::uint32_t>(&bytes[sizeAt]);
+  const auto dataAt = offset + static_cast<std::int64_t>(sizeAt + sizeof stored->size);
+  return file_->seek(dataAt) == dataAt;
+}
+
+bool BagReader::readFramingByField(Chunk* chunk, std::int64_t offset, Stored* stored) {
+  const Log& log = readLog();
   std::uint32_t chunkSize = 0;  // what the other sizes add up to
   if (const auto count = readValue(&chunkSize); count != sizeof chunkSize) {
     log.error("read chunk size error, offset: %lld, ret: %d!", offset, count);
@@ -112,16 +162,31 @@ std::int64_t BagReader::skipData(std::uint32_t size, std::int64_t* next) {
   return size;
 }
 
-bool BagReader::readStored(std::string* data, Stored* stored) {
-  const std::int64_t size = stored->size;
+/// Whether the file has data and checksum behind the position; a line where not even the data.
+bool BagReader::holdsStored(const Stored& stored) {
+  const std::int64_t size = stored.size;
   const std::int64_t left = bytesLeft(size + kCrcBytes);
-  if (left < size) {
-    readLog().error("read data(%u) error, ret: %d!", size, left);
-    return false;
-  }
-  // One read for data and checksum: the checksum is cut off again below.
-  data->resize(stored->size + layout::kCrcBytes);
-  const std::int64_t count = file_->read(data->data(), data->size());
+  if (left < size) readLog().error("read data(%u) error, ret: %d!", size, left);
+  return left >= size;
+}
+
+bool BagReader::readStored(std::string* data, Stored* stored) {
+  if (!holdsStored(*stored)) return false;
+  const std::int64_t size = stored->size;
+  // One read for data and checksum, which is not kept.
+  std::int64_t count = 0;
+  overwriteString(data, stored->size + layout::kCrcBytes, [&](char* memory, std::size_t bytes) {
+    count = file_->read(memory, bytes);
+    if (count < size + kCrcBytes) return std::size_t{0};
+    stored->crc = loadLe<std::uint32_t>(memory + size);
+    return bytes - layout::kCrcBytes;
+  });
+  return isWhole(count, stored);
+}
+
+/// Looks at what a read of data and checksum has returned.
+bool BagReader::isWhole(std::int64_t count, Stored* stored) {
+  const std::int64_t size = stored->size;
   if (size > 0 && count < size) {
     readLog().error("read data(%u) error, ret: %d!", size, count);
     return false;
@@ -130,27 +195,71 @@ bool BagReader::readStored(std::string* data, Stored* stored) {
     readLog().error("read crc32 error, ret: %d!", count - size);
     return false;
   }
-  stored->crc = loadLe<std::uint32_t>(data->data() + size);
   stored->end = file_->pos();
   stored->fileSize = fileSize_;
-  data->resize(stored->size);
   return true;
 }
 
-std::int64_t BagReader::restore(Chunk* chunk, std::int64_t offset, const Stored& stored) const {
-  const auto rawSize = loadLe<std::uint32_t>(&chunk->header[layout::kRawSizeOffset]);
-  if (compressor_ && rawSize != stored.size) {
-    std::string restored;
-    const bool canBe =
-        chunk->type != layout::kIndexChunk || canBeIndexSize(rawSize, stored.fileSize);
-    if (!canBe ||
-        compressor_->decompress(chunk->data.data(), stored.size, rawSize, &restored) < 1) {
-      readLog().error("decompress error, chunk offset: 0x%016llX, msg size: %d!", offset, rawSize);
-      return -1;
-    }
-    chunk->data = std::move(restored);
+bool BagReader::sumStored(Stored* stored, std::uint32_t* sum) {
+  if (!holdsStored(*stored)) return false;
+  // Piece by piece where the bytes lie: copies would cost as much as the checksum.
+  std::int64_t done = 0;
+  *sum = 0;
+  while (done < stored->size) {
+    std::string_view piece;
+    const std::int64_t count =
+        file_->readInPlace(static_cast<std::size_t>(stored->size - done), &piece);
+    if (count < 1) return isWhole(done > 0 ? done : count, stored);
+    *sum = Crc32(*sum, piece.data(), piece.size());
+    done += count;
   }
-  return static_cast<std::int64_t>(chunk->data.size());
+  const std::int64_t count = readValue(&stored->crc);
+  return isWhole(count < 0 && done == 0 ? count : done + std::max<std::int64_t>(count, 0), stored);
+}
+
+bool BagReader::holdStored(Stored* stored, std::string_view* data) {
+  const std::size_t bytes = stored->size + layout::kCrcBytes;
+  if (bytes > osmik::File::kMaxPeekBytes) {
+    if (!readStored(&packed_, stored)) return false;
+    *data = packed_;
+    return true;
+  }
+  if (!holdsStored(*stored)) return false;
+  std::string_view ready;
+  std::int64_t count = file_->peek(bytes, &ready);
+  if (count == static_cast<std::int64_t>(bytes)) {
+    count = file_->readInPlace(bytes, &ready);
+    stored->crc = loadLe<std::uint32_t>(&ready[stored->size]);
+    *data = ready.substr(0, stored->size);
+  }
+  return isWhole(count, stored);
+}
+
+bool BagReader::isPacked(const Chunk& chunk, const Stored& stored) const {
+  return compressor_ && loadLe<std::uint32_t>(&chunk.header[layout::kRawSizeOffset]) != stored.size;
+}
+
+std::int64_t BagReader::restore(const Chunk& chunk, std::int64_t offset, const Stored& stored,
+                                std::string_view packed, std::string* data) const {
+  const auto rawSize = loadLe<std::uint32_t>(&chunk.header[layout::kRawSizeOffset]);
+  const bool canBe = chunk.type != layout::kIndexChunk || canBeIndexSize(rawSize, stored.fileSize);
+  if (!canBe || compressor_->decompress(packed.data(), packed.size(), rawSize, data) < 1) {
+    readLog().error("decompress error, chunk offset: 0x%016llX, msg size: %d!", offset, rawSize);
+    return -1;
+  }
+  return static_cast<std::int64_t>(data->size());
+}
+
+std::string BagReader::takeSpare() {
+  if (spares_.empty()) return {};
+  std::string spare = std::move(spares_.back());
+  spares_.pop_back();
+  return spare;
+}
+
+void BagReader::giveSpare(std::string spare) {
+  const std::lock_guard lock(mutex_);
+  if (file_) spares_.push_back(std::move(spare));
 }
 
 bool BagReader::canBeIndexSize(std::uint32_t rawSize, std::int64_t fileSize) const {
@@ -165,26 +274,29 @@ bool BagReader::canBeIndexSize(std::uint32_t rawSize, std::int64_t fileSize) con
 std::int64_t BagReader::read(const MsgIndex& index, std::string* data) {
   Stored stored;
   stored.size = index.storedSize;
+  const bool packed = compressor_ && index.rawSize != index.storedSize;
+  std::string spare;
   {
     const std::lock_guard lock(mutex_);
     if (!seekToMessage(index, data)) return -1;
-    if (!readStored(data, &stored)) return -1;
+    if (packed) spare = takeSpare();
+    if (!readStored(packed ? &spare : data, &stored)) return -1;
   }
-  const std::uint32_t computed = Crc32(data->data(), data->size());
+  const std::string& bytes = packed ? spare : *data;
+  const std::uint32_t computed = Crc32(bytes.data(), bytes.size());
   if (computed != stored.crc) {
     readLog().error("crc32 error(0x%08X : 0x%08X), chunk offset: 0x%016llX, msg data size: %u!",
                     computed, stored.crc, index.chunkOffset, index.storedSize);
     return -1;
   }
-  if (!compressor_ || index.rawSize == index.storedSize) return index.storedSize;
+  if (!packed) return index.storedSize;
 
-  std::string restored;
-  if (compressor_->decompress(data->data(), data->size(), index.rawSize, &restored) < 1) {
-    readLog().error("decompress error, chunk offset: 0x%016llX!", index.chunkOffset);
-    return -1;
-  }
-  *data = std::move(restored);
-  return static_cast<std::int64_t>(data->size());
+  const std::int64_t length =
+      compressor_->decompress(spare.data(), spare.size(), index.rawSize, data);
+  giveSpare(std::move(spare));
+  if (length >= 1) return length;
+  readLog().error("decompress error, chunk offset: 0x%016llX!", index.chunkOffset);
+  return -1;
 }
 
 bool BagReader::seekToMessage(const MsgIndex& index, const std::string* data) {

@@ -173,20 +173,21 @@ TEST_F(BagReaderRead, EndOfFileInEachFieldHasItsOwnLine) {
 }
 
 TEST_F(BagReaderRead, FailedSystemCallsAreReported) {
-  bytes_.replace(lidarAt_, std::string::npos, messageChunk({.stored = std::string(200'000, 'x')}));
+  bytes_.replace(lidarAt_, std::string::npos,
+                 messageChunk({.stored = std::string(2'000'000, 'x')}));
   open();
   FailingFileCalls calls;
   calls.fail(FailingFileCalls::Call::kPread, 1, 1, EIO);
-  EXPECT_EQ(readChunk(150'000), -1);
-  EXPECT_EQ(log_.lines(),
-            Lines{errorLine("BagReader::read", "read chunk size error, offset: 150000, ret: -1!")});
+  EXPECT_EQ(readChunk(1'500'000), -1);
+  EXPECT_EQ(log_.lines(), Lines{errorLine("BagReader::read",
+                                          "read chunk size error, offset: 1500000, ret: -1!")});
   // The framing comes from a call of its own, which looks ahead to some of the data.
   calls.fail(FailingFileCalls::Call::kPread, 2, 1, EIO);
   log_.clear();
   EXPECT_EQ(readChunk(lidarAt_), -1);
   EXPECT_EQ(log_.lines(),
-            Lines{errorLine("BagReader::read", "read data(200000) error, ret: 4048!")});
-  EXPECT_EQ(readChunk(lidarAt_), 200'000);  // the reader goes on
+            Lines{errorLine("BagReader::read", "read data(2000000) error, ret: 4048!")});
+  EXPECT_EQ(readChunk(lidarAt_), 2'000'000);  // the reader goes on
 }
 
 TEST_F(BagReaderRead, ChunkHeaderBelowTwelveBytesIsRefused) {

@@ -113,6 +113,8 @@ TEST_P(RoundTrip, ManyThreadsReadOneReader) {
         ASSERT_GT(reader.read(&chunk, static_cast<std::int64_t>(topic->chunkOffsets[i]), nullptr),
                   0);
         ASSERT_TRUE(chunk.data == payloads[i]);
+        ASSERT_EQ(reader.verify(&chunk, static_cast<std::int64_t>(topic->chunkOffsets[i]), nullptr),
+                  static_cast<std::int64_t>(payloads[i].size()));
       }
     });
   }
