@@ -216,6 +216,8 @@ std::int64_t File::write(const void* data, std::size_t size) {
     position_ += std::max<std::int64_t>(count, 0);
     return count;
   }
+  // At once: growing step by step, the buffer would need half as much again for its copies.
+  if (buffer_.capacity() - buffer_.size() < size) buffer_.reserve(capacity);
   const char* const bytes = static_cast<const char*>(data);
   buffer_.insert(buffer_.end(), bytes, bytes + size);
   return static_cast<std::int64_t>(size);

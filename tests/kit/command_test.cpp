@@ -1,11 +1,7 @@
 // kbagkit as its users run it. KBAGKIT is the program's path.
 #include <algorithm>
 #include <cstdint>
-#include <fcntl.h>
 #include <string>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -18,6 +14,7 @@
 #include "support/temp_dir.h"
 
 using morva::MorvaBag;
+using morva::test::peakMemoryOf;
 using morva::test::ProcessResult;
 using morva::test::readFile;
 using morva::test::runProcess;
@@ -171,38 +168,15 @@ TEST(KbagkitColour, IsShownOnATerminalAlone) {
   EXPECT_THAT(onTerminal("NO_COLOR=1 " + quick(directory / "3.kbag")), Not(HasSubstr(bold)));
 }
 
-namespace {
-
-// Largest resident set of a run, in bytes.
-std::int64_t peakBytesOf(std::vector<std::string> arguments) {
-  std::vector<char*> pointers;
-  for (std::string& argument : arguments) pointers.push_back(argument.data());
-  pointers.push_back(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::close(STDOUT_FILENO);
-    ::open("/dev/null", O_WRONLY);
-    ::execv(pointers[0], pointers.data());
-    _exit(127);
-  }
-  int status = 0;
-  rusage usage = {};
-  EXPECT_EQ(::wait4(child, &status, 0, &usage), child);
-  EXPECT_EQ(status, 0);
-  return std::int64_t{usage.ru_maxrss} * 1024;
-}
-
-}  // namespace
-
 TEST(KbagkitSimulate, LongRecordingNeedsTheMemoryOfAShortOne) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer holds on to memory";
 #endif
   const TempDir directory;
   const auto peak = [&directory](const std::string& seconds) {
-    return peakBytesOf({KBAGKIT, "simulate", directory / (seconds + ".kbag"), "--seconds", seconds,
-                        "--points", "500", "--cameras", "0", "--truth",
-                        directory / (seconds + ".json")});
+    return peakMemoryOf({KBAGKIT, "simulate", directory / (seconds + ".kbag"), "--seconds", seconds,
+                         "--points", "500", "--cameras", "0", "--truth",
+                         directory / (seconds + ".json")});
   };
   const std::int64_t shortRun = peak("20");
   const std::int64_t longRun = peak("400");

@@ -1,6 +1,7 @@
 #ifndef MORVA_TESTS_SUPPORT_PROCESS_H_
 #define MORVA_TESTS_SUPPORT_PROCESS_H_
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,11 @@ struct ProcessResult {
 /// @param directory  Where it runs; empty: here.
 [[nodiscard]] ProcessResult runProcess(const std::vector<std::string>& arguments,
                                        const std::string& directory = {});
+
+/// The most memory (resident set, bytes) that a program holds at a time while it runs; it must end
+/// well, and what it prints is dropped. Never less than the caller holds: run it from a small
+/// program.
+[[nodiscard]] std::int64_t peakMemoryOf(const std::vector<std::string>& arguments);
 
 /// `text` without ANSI colour sequences.
 [[nodiscard]] std::string withoutColours(const std::string& text);
