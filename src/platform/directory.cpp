@@ -58,6 +58,12 @@ bool Directory::removeLinks(const std::string& root, const std::string& below) {
   return true;
 }
 
+bool Directory::isReadable(const std::string& path) {
+  std::error_code error;
+  const fs::directory_iterator entries(path, error);
+  return !error;
+}
+
 std::vector<std::string> Directory::getFileList(const std::string& path,
                                                 const std::string& pattern) {
   std::vector<std::string> names;

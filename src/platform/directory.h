@@ -12,6 +12,9 @@ class Directory {
   /// True when `path` is a directory, or a link to one.
   [[nodiscard]] static bool exists(const std::string& path);
 
+  /// True when the names in the directory `path` can be read.
+  [[nodiscard]] static bool isReadable(const std::string& path);
+
   /// Makes a directory, with `recursive` its missing parents too.
   /// @return True when it is there afterwards, also when it was there before.
   static bool createDir(const std::string& path, bool recursive);

@@ -1,9 +1,9 @@
-"""Checks that the number of workers does not show in what `kbag export` writes.
+"""Checks that the number of workers does not show in what `kbag export` and `kbag unpack` write.
 
-usage: compare_threads.py PROGRAM MAKE_CASES WORK
+usage: compare_threads.py PROGRAM MAKE_CASES KBAGKIT WORK
 
-Exports one larger recording with one worker, with eight, and with one for each topic, and compares all files byte
-for byte. Says nothing on standard error, so that a sanitizer's report fails it.
+Exports and unpacks a larger recording with one worker, with eight, and with one for each topic, and compares all
+files byte for byte. Says nothing on standard error, so that a sanitizer's report fails it.
 """
 
 import filecmp
@@ -17,37 +17,51 @@ def files_of(folder):
     return sorted(path.relative_to(folder) for path in folder.rglob("*"))
 
 
-def export(program, bag, folder, threads):
+def convert(program, command, options, bag, folder, threads):
     folder.mkdir()
-    result = subprocess.run(
-        [program, "export", bag, "--dir", folder, "--images", "-t", str(threads)],
-        capture_output=True, text=True, check=False)
+    result = subprocess.run([program, command, bag, "--dir", folder, "-t", str(threads), *options],
+                            capture_output=True, text=True, check=False)
+    where = f"{command} -t {threads}"
     if result.returncode != 0 or result.stderr:
-        sys.exit(f"-t {threads}: exit status {result.returncode}\n{result.stderr}")
+        sys.exit(f"{where}: exit status {result.returncode}\n{result.stderr}")
     if "success" not in result.stdout.splitlines()[-1]:
-        sys.exit(f"-t {threads}: the last line is not the end of the export")
+        sys.exit(f"{where}: the last line is not the end")
 
 
-def main():
-    program, make_cases, work = (Path(argument).resolve() for argument in sys.argv[1:])
-    shutil.rmtree(work, ignore_errors=True)
-    work.mkdir(parents=True)
-    bag = work / "large.kbag"
-    subprocess.run([make_cases, "--large", bag], check=True)
-    one = work / "threads_1"
-    export(program, bag, one, 1)
+def compare(program, command, options, bag, work, files, table):
+    """Runs a command with each number of workers. There have to be some files, and a table of some size."""
+    one = work / f"{command}_1"
+    convert(program, command, options, bag, one, 1)
     names = files_of(one)
-    if len(names) < 1000 or not (one / "csv/imu.csv").stat().st_size > 1000000:
+    if len(names) < files or not (one / table).stat().st_size > 100_000:
         sys.exit("the recording is too small to show anything")
     for threads in (8, 0):
-        other = work / f"threads_{threads}"
-        export(program, bag, other, threads)
+        other = work / f"{command}_{threads}"
+        convert(program, command, options, bag, other, threads)
         if files_of(other) != names:
-            sys.exit(f"-t 1 and -t {threads} write different files")
+            sys.exit(f"{command}: -t 1 and -t {threads} write different files")
         different = [name for name in names
                      if (one / name).is_file() and not filecmp.cmp(one / name, other / name, shallow=False)]
         if different:
-            sys.exit(f"-t 1 and -t {threads} write different bytes: {different[:10]}")
+            sys.exit(f"{command}: -t 1 and -t {threads} write different bytes: {different[:10]}")
+
+
+def main():
+    program, make_cases, kbagkit, work = (Path(argument).resolve() for argument in sys.argv[1:])
+    shutil.rmtree(work, ignore_errors=True)
+    work.mkdir(parents=True)
+    large = work / "large.kbag"
+    subprocess.run([make_cases, "--large", large], check=True)
+    compare(program, "export", ["--images"], large, work, files=1000, table="csv/imu.csv")
+
+    # Pictures have to be real here. The topics are those that have an output, of two cameras.
+    room = work / "room.kbag"
+    subprocess.run([kbagkit, "simulate", room, "--seconds", "10", "--points", "300", "--cameras", "2"],
+                   check=True, capture_output=True)
+    topics = ["/imu", "/magnetic", "/lidar_to_platform", "/gnss_data", "/lidar", "/camera_left/h264",
+              "/camera_right/h264", "/config_file", "/project_data", "/raw_gnss_log", "/raw_ntrip_log",
+              "/raw_ppk_log"]
+    compare(program, "unpack", ["--topic", *topics], room, work, files=300, table="motor.csv")
     shutil.rmtree(work)
 
 

@@ -1,5 +1,6 @@
 // The pictures that the data exporter unpacks, decoded by the real module.
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
@@ -132,6 +133,24 @@ TEST_F(DataExporterImages, EveryPayloadBecomesAPicture) {
   EXPECT_NE(output("images/camera_0/1700000000.000001.jpg"),
             output("images/camera_0/1700000000.100000.jpg"));
   EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(DataExporterImages, PicturesHaveTheQuantisationOfQuality95) {
+  // The luminance table of the JPEG standard (its annex K) in zigzag order, scaled as every encoder
+  // does: (200 - 2 * 95) percent.
+  constexpr std::array kStandard = {16,  11, 12, 14,  12,  10,  16,  14,  13, 14,  18,  17,  16,
+                                    19,  24, 40, 26,  24,  22,  22,  24,  49, 35,  37,  29,  40,
+                                    58,  51, 61, 60,  57,  51,  56,  55,  64, 72,  92,  78,  64,
+                                    68,  87, 69, 55,  56,  80,  109, 81,  87, 95,  98,  103, 104,
+                                    103, 62, 77, 113, 121, 112, 100, 120, 92, 101, 103, 99};
+  std::string table;
+  for (const int value : kStandard) table += static_cast<char>((value * 10 + 50) / 100);
+  add(1'000'000, h264Picture(64, 48, 100));
+  EXPECT_TRUE(unpack());
+  const std::string jpeg = output("images/camera_0/1.000000.jpg");
+  const std::size_t segment = jpeg.find("\xFF\xDB");
+  ASSERT_NE(segment, std::string::npos);
+  EXPECT_EQ(jpeg.substr(segment + 5, table.size()), table);
 }
 
 TEST_F(DataExporterImages, CamerasLandInTheirDirectories) {

@@ -18,6 +18,7 @@
 #include "export/pcd_writer.h"
 #include "support/failing_file_calls.h"
 #include "support/message_text.h"
+#include "support/no_more_threads.h"
 
 namespace morva {
 namespace {
@@ -461,6 +462,44 @@ TEST_F(DataExporterCorrectedLidar, SingularTransformIsRefusedBeforeAnythingIsWri
   EXPECT_EQ(calls, 0);
   EXPECT_THAT(outputs(), IsEmpty());
   EXPECT_THAT(log_.errors(), SizeIs(1));
+}
+
+TEST_F(DataExporterCorrectedLidar, WithoutWorkersNothingIsReadOrWritten) {
+  addRecording();
+  static_cast<void>(view("/lidar"));
+  int calls = 0;
+  {
+    const test::NoMoreThreads limit;
+    EXPECT_FALSE(exportCorrected([&](unsigned long) { return ++calls > 0; }));
+  }
+  EXPECT_EQ(log_.lines().back(),
+            "<E>TIME [DataExporter::exportCorrectedLidarData,L0] task queue init(10) error!");
+  EXPECT_EQ(calls, 0);
+  EXPECT_THAT(outputs(), IsEmpty());
+}
+
+TEST_F(DataExporterCorrectedLidar, FileIsThatOfAnUncorrectedCloudButForItsCoordinates) {
+  // The motor stands half a turn about z; the lidar sits 0.5 m above it, the motor 1 m before the
+  // IMU. All of it is exact in binary.
+  recording_.add("/lidar_to_platform", fromText<pb::OdometryMsgArray>(R"(
+      msgs { header { timestamp: 1700000000000000 } qz: 1 }
+      msgs { header { timestamp: 1700000000200000 } qz: 1 })"));
+  recording_.add("/lidar", fromText<pb::LidarPointMsgArray>(R"(
+      msgs { header { timestamp: 1700000000050000 scale: 8 seq: 1 }
+             points { x: 12 y: -20 z: 2 intensity: 300 ring: 65537 time_offset: -500 }
+             points { x: 0 y: 8 z: -8 intensity: 7 ring: 31 time_offset: 99999 } })"));
+  SensorParameters params;
+  params.motor.given = true;
+  params.motor.transform(2, 3) = -0.5F;
+  params.imuMotor.transform(0, 3) = -1.0F;
+  EXPECT_TRUE(exportCorrected({}, params));
+  EXPECT_THAT(outputs(), ElementsAre("lidar_points/1700000000.050000.pcd"));
+  EXPECT_EQ(
+      output("lidar_points/1700000000.050000.pcd"),
+      makePcdHeader(2) +
+          "-0.500000 2.500000 0.750000 0.000000 0.000000 0.000000 44.000000 1700000000.049500 1\n"
+          "1.000000 -1.000000 -0.500000 0.000000 0.000000 0.000000 7.000000 1700000000.149999 "
+          "31\n");
 }
 
 TEST_F(DataExporterCorrectedLidar, EmptyViewsAreNoFailure) {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/no_rights.h"
 #include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -118,6 +119,20 @@ TEST(DirectoryRemove, FileIsNoDirectoryAndStays) {
     EXPECT_FALSE(Directory::removeDir(dir / "file", recursive));
     EXPECT_EQ(readFile(dir / "file"), "x");
   }
+}
+
+TEST(DirectoryIsReadable, IsFalseWhereItsNamesCannotBeRead) {
+  const morva::test::NoRights noRights;
+  const TempDir dir;
+  fs::create_directory(dir / "open");
+  fs::create_directory(dir / "closed");
+  writeFile(dir / "file", "x");
+  const morva::test::WithPermissions closed(dir / "closed", morva::test::kNoAccess);
+  EXPECT_TRUE(Directory::isReadable(dir / "open"));
+  EXPECT_FALSE(Directory::isReadable(dir / "missing"));
+  EXPECT_FALSE(Directory::isReadable(dir / "file"));
+  if (!morva::test::NoRights::areInForce()) GTEST_SKIP() << "root cannot give up its rights here";
+  EXPECT_FALSE(Directory::isReadable(dir / "closed"));
 }
 
 TEST(DirectoryFileList, GivesMatchingFilesInByteOrder) {

@@ -207,6 +207,24 @@ TEST_F(DevBagToolStop, InTheCalibrationNothingIsWrittenAnyMore) {
                           "project_data/"));
 }
 
+TEST_F(BagToolStop, InTheScanNoFurtherProjectIsOpened) {
+  fs::create_directories(dir_ / "p0");
+  writeFile(dir_ / "p0/" + kBagName, "no bag");
+  Probed<BagTool> tool;
+  BagTool::PreprocessArgs scanArgs = args();
+  scanArgs.projects.insert(scanArgs.projects.begin(), {dir_ / "p0", dir_ / "out/p0"});
+  ASSERT_TRUE(tool.Init(scanArgs));
+  {
+    StopAtLine<BagTool> stop(&tool, "<E>");  // what opening the first bag logs
+    tool.StartTask();
+    waitUntilFinished(tool);
+    ASSERT_TRUE(stop.waitUntilStopped());
+  }
+  EXPECT_EQ(tool.GetErrorCode(), BagTool::kStopped);
+  EXPECT_FALSE(fs::exists(dir_ / "out"));
+  EXPECT_FALSE(runWhole(&tool).empty());
+}
+
 TEST_F(BagToolStop, InTheFirstTopicNothingElseIsBegun) {
   this->stopAtAndFinish("export [/camera_left/h264] data start ...");
   EXPECT_EQ(filesLike("p1/images/"), 1);

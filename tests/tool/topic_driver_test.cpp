@@ -301,6 +301,19 @@ TEST(KbagExportFrameMt, WithoutADirectoryExportsBesideTheBag) {
   EXPECT_FALSE(fs::exists(dir / "csv"));
 }
 
+TEST(KbagUnpackDataMt, WithoutADirectoryUnpacksBesideTheBag) {
+  const TempDir dir;
+  const std::string bag = makeBag(dir / "rec.kbag", {"/raw_gnss_log"});
+  const Printed printed([&] { kbag_unpack_data_mt(bag, {"/raw_gnss_log"}, "", 3); });
+  EXPECT_TRUE(printed.has("kbag export data start tasks: 3."));
+  for (const char* const folder :
+       {"calib/config", "images/camera_0", "images/camera_1", "lidar_points", "project_data"}) {
+    EXPECT_TRUE(fs::is_empty(dir / ("data-rec.kbag/" + std::string(folder)))) << folder;
+  }
+  EXPECT_TRUE(fs::is_regular_file(dir / "data-rec.kbag/raw_gnss_log.txt"));
+  EXPECT_FALSE(fs::exists(dir / "lidar_points"));
+}
+
 TEST(KbagExportFrameMt, PicturesAndTheirDirectoriesComeWithImagesOnly) {
   const TempDir dir;
   const std::string bag = makeBag(dir / "rec.kbag", {"/camera_left/h264"});

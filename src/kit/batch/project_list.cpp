@@ -6,6 +6,7 @@
 #include <map>
 #include <system_error>
 
+#include "platform/directory.h"
 #include "platform/str_util.h"
 #include "task/project_folder.h"
 
@@ -36,14 +37,19 @@ std::vector<std::string> foldersIn(const std::string& folder) {
 
 /// Adds the project folders that `folder` stands for.
 void expand(const std::string& folder, std::vector<std::string>* found, ProjectList* list) {
-  const auto holdsBag = [](const std::string& path) { return !findProjectBag(path).empty(); };
+  // One that cannot be read may hold a bag: it is to fail, and not to be passed over.
+  const auto maybeHoldsBag = [](const std::string& path) {
+    return !findProjectBag(path).empty() || !osmik::Directory::isReadable(path);
+  };
   std::vector<std::string> inside;
-  if (!holdsBag(folder)) inside = foldersIn(folder);
-  if (std::ranges::none_of(inside, holdsBag)) {
+  if (!maybeHoldsBag(folder)) inside = foldersIn(folder);
+  if (std::ranges::none_of(inside, maybeHoldsBag)) {
     found->push_back(folder);
     return;
   }
-  for (const std::string& path : inside) (holdsBag(path) ? *found : list->leftOut).push_back(path);
+  for (const std::string& path : inside) {
+    (maybeHoldsBag(path) ? *found : list->leftOut).push_back(path);
+  }
 }
 
 Project describe(const std::string& path, const BatchOptions& options) {

@@ -111,7 +111,8 @@ bool ProjectRun::findBag() {
   }
   entry_.bag = findProjectBag(project_.path);
   if (entry_.bag.empty()) {
-    fail(BagTool::kNoBag, "there is no bag in the folder");
+    fail(BagTool::kNoBag, Directory::isReadable(project_.path) ? "there is no bag in the folder"
+                                                               : "the folder cannot be read");
     return false;
   }
   const std::string path = project_.path + "/" + entry_.bag;

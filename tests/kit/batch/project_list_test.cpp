@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/no_rights.h"
 #include "support/temp_dir.h"
 #include "task/recordings.h"
 
@@ -75,6 +76,18 @@ TEST_F(ListProjects, MissingAndEmptyFoldersAreProjectsThatWillFail) {
   EXPECT_THAT(paths({dir_ / "missing", dir_ / "empty"}),
               ElementsAre(dir_ / "empty", dir_ / "missing"));
   EXPECT_EQ(list_.problem, "");
+}
+
+TEST_F(ListProjects, FolderThatCannotBeReadIsAProjectThatWillFail) {
+  const test::NoRights noRights;
+  if (!test::NoRights::areInForce()) GTEST_SKIP() << "root cannot give up its rights here: skipped";
+  const test::TempDir dir;  // of nobody
+  for (const char* const name : {"p1", "p2", "empty"}) fs::create_directory(dir / name);
+  test::writeFile(dir / "p1/" + test::kBagName, "");
+  const test::WithPermissions closed(dir / "p2", test::kNoAccess);
+  EXPECT_THAT(paths({dir.path()}), ElementsAre(dir / "p1", dir / "p2"));
+  EXPECT_THAT(list_.leftOut, ElementsAre(dir / "empty"));
+  EXPECT_THAT(paths({dir / "p2"}), ElementsAre(dir / "p2"));
 }
 
 TEST_F(ListProjects, OrderIsThatOfThePaths) {

@@ -17,6 +17,7 @@
 #include "platform/interrupt.h"
 #include "platform/tracer.h"
 #include "support/log_capture.h"
+#include "support/no_rights.h"
 #include "support/temp_dir.h"
 #include "task/recordings.h"
 
@@ -158,6 +159,67 @@ TEST_F(RunProjects, MissingAndEmptyFoldersFailAndNothingIsMadeInThem) {
   }
   EXPECT_TRUE(fs::is_empty(dir_ / "empty"));
   EXPECT_FALSE(fs::exists(dir_ / "missing"));
+}
+
+/// The same, where the permissions of files hold for root too.
+class RunProjectsWithoutRights : public testing::Test {
+ protected:
+  /// Runs one project with an output folder and returns its entry.
+  ManifestEntry runOne(const std::string& folder, const std::string& outDir) {
+    BatchOptions options;
+    options.outDir = outDir;
+    options.folders = {folder};
+    results_ = runProjects(listProjects(options).projects, options);
+    return results_.at(0).entry;
+  }
+  void SetUp() override {
+    if (!test::NoRights::areInForce()) GTEST_SKIP() << "root cannot give up its rights: skipped";
+    recordProject(dir_ / "p1", {imuMessage(kStartUs)});
+  }
+
+  test::NoRights noRights_;  // before the folder, which then belongs to nobody
+  test::TempDir dir_;
+  test::LogCapture log_;
+  std::vector<ProjectResult> results_;
+};
+
+TEST_F(RunProjectsWithoutRights, FolderThatCannotBeReadFails) {
+  const test::WithPermissions closed(dir_ / "p1", test::kNoAccess);
+  const ManifestEntry entry = runOne(dir_ / "p1", dir_ / "out");
+  EXPECT_EQ(entry.outcome, Outcome::kFailed);
+  EXPECT_EQ(entry.errorCode, BagTool::kNoBag);
+  EXPECT_EQ(entry.message, "the folder cannot be read");
+  EXPECT_EQ(statusOf(results_), kSomeFailed);
+}
+
+TEST_F(RunProjectsWithoutRights, BagThatCannotBeReadFails) {
+  const test::WithPermissions closed(dir_ / "p1/" + kBagName, test::kNoAccess);
+  const ManifestEntry entry = runOne(dir_ / "p1", dir_ / "out");
+  EXPECT_EQ(entry.outcome, Outcome::kFailed);
+  EXPECT_EQ(entry.errorCode, BagTool::kNoBag);
+  EXPECT_NE(entry.checkCode, 0);
+}
+
+TEST_F(RunProjectsWithoutRights, OutputInAReadOnlyProjectFolderFails) {
+  const test::WithPermissions readOnly(dir_ / "p1", test::kReadOnly);
+  const ManifestEntry entry = runOne(dir_ / "p1", "");
+  EXPECT_EQ(entry.outcome, Outcome::kFailed);
+  EXPECT_EQ(entry.message, "the output folder cannot be made");
+}
+
+TEST_F(RunProjectsWithoutRights, ReadOnlyProjectFolderIsUnpackedElsewhere) {
+  const test::WithPermissions readOnly(dir_ / "p1", test::kReadOnly);
+  fs::create_directories(dir_ / "out");
+  EXPECT_EQ(runOne(dir_ / "p1", dir_ / "out").outcome, Outcome::kDone);
+}
+
+TEST_F(RunProjectsWithoutRights, OutputFolderThatCannotBeWrittenFails) {
+  fs::create_directories(dir_ / "out");
+  const test::WithPermissions readOnly(dir_ / "out", test::kReadOnly);
+  const ManifestEntry entry = runOne(dir_ / "p1", dir_ / "out");
+  EXPECT_EQ(entry.outcome, Outcome::kFailed);
+  EXPECT_EQ(entry.message, "the output folder cannot be made");
+  EXPECT_EQ(statusOf(results_), kSomeFailed);
 }
 
 TEST_F(RunProjects, WhatIsNoBagFails) {
