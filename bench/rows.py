@@ -3,12 +3,12 @@ them.
 
 Texts may name places: {kbag} the program, {bin} the folder of the benchmarks' programs, {inputs} the
 folder of the bags that bench_inputs makes (each named in a text is made before), {work} a scratch folder,
-empty before each row.
+empty before each row, {links} one on the file system of {inputs}.
 """
 
 from __future__ import annotations
 
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 
 MIB = 1 << 20
 
@@ -51,7 +51,7 @@ class Times:
     most: float
 
     def text(self) -> str:
-        return f"<= {self.most:g} x"
+        return f"<= {self.most:.3g} x"
 
     def met(self, ours: float, peer: float) -> bool:
         return ours <= self.most * peer
@@ -89,7 +89,8 @@ class Line:
     peer: Command | Limit | None = None
     clock: str = "cpu"
     pairs: int = 7  # measured runs of each, alternating
-    same: tuple[str, str] | None = None  # files or folders that ours and the peer write: byte for byte alike
+    same: tuple[str, str] | None = None  # files or folders that both write: byte for byte alike
+    close: tuple[str, str] | None = None  # folders of clouds that both write: within compare_outputs' tolerance
     kernel: Kernel | None = None  # instead of ours and peer
 
 
@@ -101,20 +102,88 @@ def floor(bag: str, options: str = "") -> Command:
     return Command(f"{{bin}}/bench_floor {options} {{inputs}}/{bag}.kbag")
 
 
+def kbag(command: str, bag: str, options: str = "", out: str = "ours") -> Command:
+    """A command that writes into an empty folder of {work}."""
+    return Command(f"{{kbag}} {command} {{inputs}}/{bag}.kbag --dir {{work}}/{out} {options}",
+                   make=(f"{{work}}/{out}",))
+
+
+def into_folder(program: str, bag: str) -> Command:
+    return Command(f"{{bin}}/{program} {{inputs}}/{bag} {{work}}/peer", make=("{work}/peer",))
+
+
+def reads(order: str) -> list[Line]:
+    return [Line(8, f"read all messages, {name}, {order}", f"pread + checksum{plus}", Times(1.2),
+                 Command(f"{{bin}}/bench_read_views {order} {{inputs}}/{bag}.kbag"),
+                 Command(f"{{bin}}/bench_read_places {order} {{inputs}}/{bag}.kbag"), clock="told")
+            for name, bag, plus in CODECS]
+
+
+def unpack_limit(threads: int):
+    return lambda facts: (64 * MIB + (threads + 1) * facts["index"] +
+                          threads * (16 * MIB + 3 * facts["largest_decoded"]))
+
+
 EMPTY = Command("{bin}/bench_empty")
+INFO = "info of 100 messages"
+CODECS = (("none", "mixed-none", ""), ("LZ4", "mixed-lz4", " + LZ4"),
+          ("Zstandard", "mixed-zstd", " + Zstandard"))
+REINDEX = Command("{kbag} reindex {links}/mixed.kbag", remove=("{links}/mixed.kbag.index",),
+                  link=(("{inputs}/mixed-none.kbag", "{links}/mixed.kbag"),))
 
 LINES = [
     Line(1, "check mixed", "floor", Times(1.25), check("mixed-none"), floor("mixed-none")),
-    Line(2, "check mixed, LZ4", "floor + LZ4", Times(1.2),
-         check("mixed-lz4"), floor("mixed-lz4", "--decompress")),
-    Line(2, "check mixed, Zstandard", "floor + Zstandard", Times(1.2),
-         check("mixed-zstd"), floor("mixed-zstd", "--decompress")),
+    *(Line(2, f"check mixed, {name}", f"floor{plus}", Times(1.2), check(bag), floor(bag, "--decompress"))
+      for name, bag, plus in CODECS[1:]),
     Line(3, "check small", "floor", Times(2.0), check("small"), floor("small")),
-    Line(6, "process start: --version", "empty program", More(0.010),
+    Line(4, "reindex mixed", "our check", Times(1.4), REINDEX, check("mixed-none")),
+    Line(4, "reindex mixed", "rosbag reindex", Times(1 / 15), REINDEX,
+         Command("rosbag reindex -q --output-dir={work}/ros {inputs}/mixed-unindexed.bag",
+                 make=("{work}/ros",))),
+    Line(5, "info mixed", "rosbag info", Times(0.06),
+         Command("{kbag} info {inputs}/mixed-none.kbag"), Command("rosbag info {inputs}/mixed.bag")),
+    Line(6, "start: --version", "empty program", More(0.010),
          Command("{kbag} --version"), EMPTY, pairs=31),
-    Line(6, "process start: info of 100 messages", "empty program", More(0.010),
+    Line(6, f"start: {INFO}", "empty program", More(0.010),
          Command("{kbag} info {inputs}/start.kbag"), EMPTY, pairs=31),
-    *(Line(19, f"peak memory: check {bag}", "32 MiB + 2 messages", Times(1.0), check(bag),
+    *reads("in-order"),
+    *reads("shuffled"),
+    *(Line(9, f"record mixed, {name}", f"write + checksum{plus}", Times(1.2),
+           Command(f"{{bin}}/bench_record {codec} {{inputs}}/mixed-none.kbag {{work}}/ours.kbag",
+                   remove=("{work}/ours.kbag",)),
+           Command(f"{{bin}}/bench_write_messages {codec} {{inputs}}/mixed-none.kbag {{work}}/peer.kbag",
+                   remove=("{work}/peer.kbag",)), clock="told")
+      for codec, (name, _, plus) in zip(("none", "lz4", "zstd"), CODECS)),
+    Line(12, "export 200,000 IMU rows", "librosbag + fprintf", Times(0.3),
+         kbag("export", "imu"),
+         Command("{bin}/bench_ros_imu_table {inputs}/imu.bag {work}/peer.csv", remove=("{work}/peer.csv",)),
+         same=("{work}/ours/csv/imu.csv", "{work}/peer.csv")),
+    *(Line(13, f"export {options} {bag}".replace("  ", " "), "copy of the bag", Times(1.5),
+           kbag("export", bag, options),
+           Command(f"{{bin}}/bench_copy {{inputs}}/{bag}.kbag {{work}}/copy.kbag",
+                   remove=("{work}/copy.kbag",)))
+      for bag, options in (("pictures", "--images"), ("logs", ""))),
+    Line(14, "unpack lidar", "protobuf + snprintf", Times(0.12),
+         kbag("unpack", "lidar"), into_folder("bench_cloud_text", "lidar.kbag"),
+         same=("{work}/ours/lidar_points", "{work}/peer")),
+    Line(14, "unpack lidar", "PCL's ASCII writer", Times(0.08),
+         kbag("unpack", "lidar"), into_folder("bench_cloud_pcl", "lidar.kbag")),
+    Line(16, "corrected lidar", "textbook + snprintf", Times(0.15),
+         Command("{bin}/bench_correct_clouds {inputs}/turning.kbag {work}/ours",
+                 make=("{work}/ours/lidar_points",), remove=("{work}/ours",)),
+         into_folder("bench_correct_clouds_textbook", "turning.kbag"),
+         close=("{work}/ours/lidar_points", "{work}/peer")),
+    *(Line(18, f"unpack {name}: -t 2", "-t 1", Times(0.65),
+           kbag("unpack", bag, "-t 2"), kbag("unpack", bag, "-t 1", "peer"), clock="wall",
+           same=("{work}/ours", "{work}/peer"))
+      for name, bag in (("two lidars", "lidar-two"), ("60 s of everything", "recording"))),
+    *(Line(19, f"memory: check {bag}", "32 MiB + 2 messages", Times(1.0), check(bag),
            Limit(bag, lambda facts: 32 * MIB + 2 * facts["largest_message"]), clock="memory")
       for bag in ("mixed-none", "mixed-lz4", "mixed-zstd", "small")),
+    *(Line(19, f"memory: unpack {bag} -t {threads}", "see the text", Times(1.0),
+           kbag("unpack", bag, f"-t {threads}"), Limit(bag, unpack_limit(threads)), clock="memory")
+      for bag, threads in (("lidar", 1), ("lidar", 2), ("lidar-two", 1), ("lidar-two", 2))),
 ]
+
+# Bags that bench_ros_inputs makes, and those that it makes them from.
+ROS_BAGS = {"mixed.bag": "mixed-none.kbag", "mixed-unindexed.bag": "mixed-none.kbag", "imu.bag": "imu.kbag"}

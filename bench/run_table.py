@@ -11,7 +11,6 @@ must be alike are not, or a row could not be measured; a goal that is missed doe
 from __future__ import annotations
 
 import argparse
-import filecmp
 import json
 import os
 import pathlib
@@ -24,14 +23,28 @@ import sys
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
+import compare_outputs  # noqa: E402
 import rows as table  # noqa: E402
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 INPUTS_VERSION = "1"  # raise it when bench_inputs makes other bags: old ones are then made anew
 
 
+WORK_BYTES = 6 << 30  # what a row may write
+
+
 class Failure(Exception):
     """A row that cannot be measured, and why."""
+
+
+def scratch_place(out: pathlib.Path) -> pathlib.Path:
+    """Where commands write. In memory where there is room: how a disk keeps up is not what is measured."""
+    memory = pathlib.Path("/dev/shm")
+    if not memory.is_dir() or not os.access(memory, os.W_OK):
+        return out / "work"
+    available = re.search(r"^MemAvailable: +([0-9]+) kB", pathlib.Path("/proc/meminfo").read_text(), re.MULTILINE)
+    free = min(shutil.disk_usage(memory).free, int(available[1]) << 10 if available else 0)
+    return memory / f"kbag-bench-{os.getpid()}" if free > 2 * WORK_BYTES else out / "work"
 
 
 class Bench:
@@ -40,14 +53,16 @@ class Bench:
     def __init__(self, build: pathlib.Path, out: pathlib.Path, pairs: int | None = None):
         self.bin = build / "bin"
         self.inputs = out / "inputs"
-        self.work = out / "work"
+        self.work = scratch_place(out)
+        self.links = out / "links"
         self.pairs = pairs
 
     def path(self, text: str) -> pathlib.Path:
         return pathlib.Path(self.fill(text))
 
     def fill(self, text: str) -> str:
-        return text.format(kbag=self.bin / "kbag", bin=self.bin, inputs=self.inputs, work=self.work)
+        return text.format(kbag=self.bin / "kbag", bin=self.bin, inputs=self.inputs, work=self.work,
+                           links=self.links)
 
     # ---------------------------------------------------------------------------------------- inputs
 
@@ -58,15 +73,20 @@ class Bench:
             shutil.rmtree(self.inputs)
         self.inputs.mkdir(parents=True, exist_ok=True)
         stamp.write_text(INPUTS_VERSION)
-        for maker in ("bench_inputs", "bench_ros_inputs"):
-            wanted = sorted(bags_of_maker(maker, bags))
-            if not wanted:
-                continue
-            if not (self.bin / maker).exists():
-                raise Failure(f"{maker} was not built here")
-            subprocess.run([self.bin / maker, self.inputs, *wanted], check=True)
+        ours = {bag for bag in bags if bag.endswith(".kbag")}
+        ros = bags - ours
+        ours |= {table.ROS_BAGS[bag] for bag in ros}
+        self.make_inputs("bench_inputs", sorted(bag.removesuffix(".kbag") for bag in ours))
+        self.make_inputs("bench_ros_inputs", sorted(ros))
         for bag in bags:
             read_through(self.inputs / bag)
+
+    def make_inputs(self, maker: str, names: list[str]) -> None:
+        if not names:
+            return
+        if not (self.bin / maker).exists():
+            raise Failure(f"{maker} was not built here")
+        subprocess.run([self.bin / maker, self.inputs, *names], check=True)
 
     def facts(self, bag: str) -> dict:
         return json.loads((self.inputs / f"{bag}.json").read_text())
@@ -80,16 +100,20 @@ class Bench:
         ours, peer = [], []
         bags = {bag for command in (line.ours, line.peer) for bag in bags_of(command)}
         self.provide(bags)
-        shutil.rmtree(self.work, ignore_errors=True)
-        self.work.mkdir(parents=True)
-        for number in range(-1, self.pairs or line.pairs):  # the first pair warms up
-            figures = (self.run(line.ours, line.clock), self.figure(line.peer, line.clock))
-            if number < 0:
-                self.compare(line)
-                continue
-            ours.append(figures[0])
-            peer.append(figures[1])
-        shutil.rmtree(self.work, ignore_errors=True)
+        for folder in (self.work, self.links):
+            shutil.rmtree(folder, ignore_errors=True)
+            folder.mkdir(parents=True)
+        try:
+            for number in range(-1, self.pairs or line.pairs):  # the first pair warms up
+                figures = (self.run(line.ours, line.clock), self.figure(line.peer, line.clock))
+                if number < 0:
+                    self.compare(line)
+                    continue
+                ours.append(figures[0])
+                peer.append(figures[1])
+        finally:
+            for folder in (self.work, self.links):
+                shutil.rmtree(folder, ignore_errors=True)
         return {"ours_all": ours, "peer_all": peer}
 
     def figure(self, peer: table.Command | table.Limit, clock: str) -> float:
@@ -122,12 +146,14 @@ class Bench:
             os.link(self.path(existing), self.path(new))
 
     def compare(self, line: table.Line) -> None:
-        if line.same is None:
-            return
-        ours, peer = (self.path(name) for name in line.same)
-        different = first_difference(ours, peer)
-        if different:
-            raise Failure(f"the outputs {ours} and {peer} are not alike: {different}")
+        for pair, difference in ((line.same, compare_outputs.first_difference),
+                                 (line.close, compare_outputs.first_distant_cloud)):
+            if pair is None:
+                continue
+            ours, peer = (self.path(name) for name in pair)
+            different = difference(ours, peer)
+            if different:
+                raise Failure(f"the outputs {ours} and {peer} are not alike: {different}")
 
     # --------------------------------------------------------------------------------------- kernels
 
@@ -154,13 +180,6 @@ def bags_of(command: table.Command | table.Limit | None) -> set[str]:
         return {command.bag + ".kbag"}
     texts = [command.argv, *(existing for existing, _ in command.link)]
     return {name for text in texts for name in re.findall(r"\{inputs\}/([\w.-]+)", text)}
-
-
-def bags_of_maker(maker: str, files: set[str]) -> set[str]:
-    """What one maker is to make: our bags from their names, the peers' bags from their file names."""
-    if maker == "bench_inputs":
-        return {pathlib.Path(file).stem for file in files if file.endswith(".kbag")}
-    return {file for file in files if not file.endswith(".kbag")}
 
 
 def launch(launcher: pathlib.Path, argv: list[str]) -> tuple[dict, str]:
@@ -208,21 +227,6 @@ def read_through(path: pathlib.Path) -> None:
         while file.read(1 << 20):
             pass
 
-
-def first_difference(ours: pathlib.Path, peer: pathlib.Path) -> str:
-    """What is the first to differ between two files or folders; empty where nothing does."""
-    if not ours.exists() or not peer.exists():
-        return "one of them is missing"
-    if ours.is_file():
-        return "" if filecmp.cmp(ours, peer, shallow=False) else "the bytes"
-    names = [sorted(str(file.relative_to(tree)) for file in tree.rglob("*") if file.is_file())
-             for tree in (ours, peer)]
-    if names[0] != names[1]:
-        return f"the files in them ({len(names[0])} and {len(names[1])})"
-    if not names[0]:
-        return "both are empty"
-    return next((name for name in names[0]
-                 if not filecmp.cmp(ours / name, peer / name, shallow=False)), "")
 
 
 # ---------------------------------------------------------------------------------------------- results

@@ -8,66 +8,51 @@
 #include <libdeflate.h>
 #include <vector>
 
-#include "bench/peers/codec.h"
-#include "bench/peers/file_parts.h"
+#include "bench/peers/bag_walk.h"
 
 namespace {
 
-constexpr std::size_t kHeaderBytes = 4096;
-constexpr std::size_t kCompressionOffset = 5;
-constexpr std::size_t kFrameBytes = 8;  // chunk size, type, header size
-constexpr std::size_t kRawSizeOffset = 8;
-constexpr unsigned kIndexChunk = 255;
-
-std::vector<unsigned char>& grown(std::vector<unsigned char>& buffer, std::size_t size) {
-  if (buffer.size() < size) buffer.resize(size);
-  return buffer;
-}
-
 class Floor {
  public:
-  Floor(const char* path, bool decompresses) : file_(path), decompresses_(decompresses) {
-    compression_ = file_.take(kHeaderBytes)[kCompressionOffset];
-  }
+  Floor(const char* path, bool decompresses)
+      : walk_(path),
+        codec_(walk_.compression()),
+        decompresses_(decompresses && walk_.compression() != 0) {}
 
-  void run() {
-    peers::Codec codec(compression_);
-    while (true) {
-      const unsigned char* const frame = file_.take(kFrameBytes);
-      const unsigned type = peers::load<std::uint16_t>(frame + 4);
-      const unsigned headerSize = peers::load<std::uint16_t>(frame + 6);
-      const unsigned char* const header = file_.take(headerSize + 4);
-      const auto rawSize = peers::load<std::uint32_t>(header + kRawSizeOffset);
-      const auto size = peers::load<std::uint32_t>(header + headerSize);
-      const bool restores = decompresses_ && compression_ != 0 && rawSize != size;
-
-      std::uint32_t crc = 0;
-      const auto sum = [&crc](const unsigned char* bytes, std::size_t count) {
-        crc = libdeflate_crc32(crc, bytes, count);
-      };
-      if (restores) {
-        file_.into(grown(stored_, size).data(), size, sum);
-      } else {
-        file_.each(size, sum);
-      }
-      if (peers::load<std::uint32_t>(file_.take(4)) != crc) peers::fail("a checksum is wrong");
-      if (restores) {
-        codec.decompress(stored_.data(), size, grown(raw_, rawSize).data(), rawSize);
-      }
-      ++chunks_;
-      if (type == kIndexChunk) return;
+  /// @return Chunks up to the index, which is the last.
+  unsigned long run() {
+    for (unsigned long chunks = 1;; ++chunks) {
+      const peers::Frame frame = walk_.next();
+      verify(frame);
+      if (frame.type == peers::kIndexChunk) return chunks;
     }
   }
 
-  [[nodiscard]] unsigned long chunks() const { return chunks_; }
-
  private:
-  peers::FrontToEnd file_;
+  void verify(const peers::Frame& frame) {
+    peers::FrontToEnd& file = walk_.file();
+    std::uint32_t crc = 0;
+    const auto sum = [&crc](const unsigned char* bytes, std::size_t size) {
+      crc = libdeflate_crc32(crc, bytes, size);
+    };
+    const bool restores = decompresses_ && frame.rawSize != frame.storedSize;
+    if (restores) {
+      file.into(peers::grown(stored_, frame.storedSize).data(), frame.storedSize, sum);
+    } else {
+      file.each(frame.storedSize, sum);
+    }
+    if (peers::load<std::uint32_t>(file.take(4)) != crc) peers::fail("a checksum is wrong");
+    if (restores) {
+      codec_.decompress(stored_.data(), frame.storedSize, peers::grown(raw_, frame.rawSize).data(),
+                        frame.rawSize);
+    }
+  }
+
+  peers::BagWalk walk_;
+  peers::Codec codec_;
   bool decompresses_;
-  unsigned compression_ = 0;
   std::vector<unsigned char> stored_;
   std::vector<unsigned char> raw_;
-  unsigned long chunks_ = 0;
 };
 
 }  // namespace
@@ -75,8 +60,6 @@ class Floor {
 int main(int count, char** arguments) {
   const bool decompresses = count == 3 && std::strcmp(arguments[1], "--decompress") == 0;
   if (count != (decompresses ? 3 : 2)) peers::fail("usage: bench_floor [--decompress] BAG");
-  Floor floor(arguments[count - 1], decompresses);
-  floor.run();
-  std::printf("%lu chunks\n", floor.chunks());
+  std::printf("%lu chunks\n", Floor(arguments[count - 1], decompresses).run());
   return 0;
 }
