@@ -11,6 +11,7 @@ must be alike are not, or a row could not be measured; a goal that is missed doe
 from __future__ import annotations
 
 import argparse
+import contextlib
 import json
 import os
 import pathlib
@@ -100,10 +101,7 @@ class Bench:
         ours, peer = [], []
         bags = {bag for command in (line.ours, line.peer) for bag in bags_of(command)}
         self.provide(bags)
-        for folder in (self.work, self.links):
-            shutil.rmtree(folder, ignore_errors=True)
-            folder.mkdir(parents=True)
-        try:
+        with self.scratch():
             for number in range(-1, self.pairs or line.pairs):  # the first pair warms up
                 figures = (self.run(line.ours, line.clock), self.figure(line.peer, line.clock))
                 if number < 0:
@@ -111,10 +109,19 @@ class Bench:
                     continue
                 ours.append(figures[0])
                 peer.append(figures[1])
+        return {"ours_all": ours, "peer_all": peer}
+
+    @contextlib.contextmanager
+    def scratch(self):
+        """Empty folders {work} and {links}, while it lasts."""
+        for folder in (self.work, self.links):
+            shutil.rmtree(folder, ignore_errors=True)
+            folder.mkdir(parents=True)
+        try:
+            yield
         finally:
             for folder in (self.work, self.links):
                 shutil.rmtree(folder, ignore_errors=True)
-        return {"ours_all": ours, "peer_all": peer}
 
     def figure(self, peer: table.Command | table.Limit, clock: str) -> float:
         if isinstance(peer, table.Limit):
@@ -122,6 +129,17 @@ class Bench:
         return self.run(peer, clock)
 
     def run(self, command: table.Command, clock: str) -> float:
+        """One figure of a command."""
+        usage = self.usage(command)
+        if clock != "told":
+            return usage[clock]
+        told = re.search(r"^measured_s: ([0-9.e+-]+)$", usage["output"], re.MULTILINE)
+        if told is None:
+            raise Failure(f"{command.argv} does not say what it measured")
+        return float(told[1])
+
+    def usage(self, command: table.Command) -> dict:
+        """Runs a command. @return what bench_launch says that it cost, and its "output"."""
         self.prepare(command)
         argv = [self.fill(word) for word in command.argv.split()]
         program = shutil.which(argv[0])
@@ -130,12 +148,7 @@ class Bench:
         usage, output = launch(self.bin / "bench_launch", [program, *argv[1:]])
         if usage["exit"] != 0:
             raise Failure(f"{' '.join(argv)} failed ({usage['exit']}): {output[-500:]}")
-        if clock != "told":
-            return usage[clock]
-        told = re.search(r"^measured_s: ([0-9.e+-]+)$", output, re.MULTILINE)
-        if told is None:
-            raise Failure(f"{' '.join(argv)} does not say what it measured")
-        return float(told[1])
+        return {**usage, "output": output}
 
     def prepare(self, command: table.Command) -> None:
         for name in (*command.remove, *command.make, *(new for _, new in command.link)):
@@ -270,13 +283,13 @@ def cells(result: dict) -> tuple[str, ...]:
             "yes" if result["met"] else "NO")
 
 
-def formatted(results: list[dict]) -> list[str]:
-    """The table, a line of text each; it is Markdown too."""
-    lines = [HEADINGS, *(cells(result) for result in results)]
-    widths = [max(len(line[column]) for line in lines) for column in range(len(HEADINGS))]
+def markdown(headings: tuple[str, ...], lines: list[tuple[str, ...]]) -> str:
+    """A table that reads well as plain text too."""
+    cells_of_all = [headings, *lines]
+    widths = [max(len(line[column]) for line in cells_of_all) for column in range(len(headings))]
     texts = ["| " + " | ".join(cell.ljust(width) for cell, width in zip(line, widths)) + " |"
-             for line in lines]
-    return [texts[0], "|" + "|".join("-" * (width + 2) for width in widths) + "|", *texts[1:]]
+             for line in cells_of_all]
+    return "\n".join([texts[0], "|" + "|".join("-" * (width + 2) for width in widths) + "|", *texts[1:]])
 
 
 def machine() -> dict:
@@ -313,7 +326,7 @@ def main() -> int:
             print(f"  {reason}", file=sys.stderr)
             results.append(failed_result(line, str(reason)))
     results.sort(key=lambda result: result["row"])
-    print("\n".join(formatted(results)))
+    print(markdown(HEADINGS, [cells(result) for result in results]))
     target = arguments.json or arguments.out / "table.json"
     target.parent.mkdir(parents=True, exist_ok=True)
     target.write_text(json.dumps({"machine": machine(), "lines": results}, indent=1) + "\n")
