@@ -39,3 +39,24 @@ TEST(Crc32, ContinuesAChecksum) {
   }
   EXPECT_EQ(Crc32(0xCBF43926U, nullptr, 0), 0xCBF43926U);
 }
+
+TEST(Crc32, OfTheTailFollowsFromWholeAndHead) {
+  std::mt19937 random(2);
+  std::string bytes(70'000, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  const std::uint32_t whole = Crc32(bytes.data(), bytes.size());
+  for (const std::size_t head : {0U, 1U, 255U, 256U, 257U, 4464U, 69'999U, 70'000U}) {
+    const std::uint32_t before = Crc32(bytes.data(), head);
+    const std::size_t length = bytes.size() - head;
+    EXPECT_EQ(Crc32OfTail(whole, before, length), Crc32(bytes.data() + head, length)) << head;
+  }
+}
+
+TEST(Crc32, OfATailOfMoreThanFourGigabytesAgreesWithSmallerSteps) {
+  // With a whole of 0 the operation moves a checksum past bytes, which can be done in steps.
+  const auto past = [](std::uint32_t before, std::uint64_t length) {
+    return Crc32OfTail(0, before, length);
+  };
+  const std::uint64_t half = std::uint64_t{1} << 31U;
+  EXPECT_EQ(past(0x12345678, 2 * half + 5), past(past(past(0x12345678, half), half), 5));
+}
