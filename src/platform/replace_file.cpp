@@ -27,7 +27,28 @@ void syncDirectory(const std::string& path) {
   ::close(descriptor);
 }
 
+/// Renames where nothing has the new name.
+bool renameNew(const std::string& from, const std::string& to) {
+  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // A file system without that operation. A second name cannot replace anything either.
+  return ::link(from.c_str(), to.c_str()) == 0 && ::unlink(from.c_str()) == 0;
+}
+
+bool syncFile(const std::string& path) {
+  File file;
+  return file.open(path, OpenMode::kRead) && file.sync() && file.close();
+}
+
 }  // namespace
+
+bool publishFile(const std::string& temporary, const std::string& path, bool replace) {
+  if (!syncFile(temporary)) return false;
+  const bool done =
+      replace ? std::rename(temporary.c_str(), path.c_str()) == 0 : renameNew(temporary, path);
+  if (done) syncDirectory(FilePath(path).dirName());
+  return done;
+}
 
 bool replaceFile(const std::string& path, const std::string& content) {
   const FilePath name(path);

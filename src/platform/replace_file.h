@@ -14,6 +14,12 @@ namespace osmik {
 /// @return False with errno set; the file is as it was.
 [[nodiscard]] bool replaceFile(const std::string& path, const std::string& content);
 
+/// Gives a finished file its final name, in the same directory, once its content is on the storage
+/// device.
+/// @param replace  Whether it may take the place of what has that name already.
+/// @return False with errno set (EEXIST: something is there); the file keeps its first name.
+[[nodiscard]] bool publishFile(const std::string& temporary, const std::string& path, bool replace);
+
 }  // namespace osmik
 
 #endif  // MORVA_PLATFORM_REPLACE_FILE_H_

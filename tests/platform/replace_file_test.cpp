@@ -12,6 +12,7 @@ namespace morva::test {
 namespace {
 
 namespace fs = std::filesystem;
+using osmik::publishFile;
 using osmik::replaceFile;
 using Call = FailingFileCalls::Call;
 
@@ -72,6 +73,47 @@ TEST_F(ReplaceFile, FolderInTheWayStays) {
   EXPECT_FALSE(replaceFile(path_, "content"));
   EXPECT_TRUE(fs::is_directory(path_));
   EXPECT_EQ(names(), 1);
+}
+
+class PublishFile : public ReplaceFile {
+ protected:
+  void SetUp() override { writeFile(temporary_, "new"); }
+
+  std::string temporary_ = dir_ / "temporary";
+};
+
+TEST_F(PublishFile, FileGetsItsName) {
+  ASSERT_TRUE(publishFile(temporary_, path_, false));
+  EXPECT_EQ(readFile(path_), "new");
+  EXPECT_EQ(names(), 1);
+}
+
+TEST_F(PublishFile, WhatHasTheNameIsReplacedOnlyWhenAllowed) {
+  writeFile(path_, "old");
+  EXPECT_FALSE(publishFile(temporary_, path_, false));
+  EXPECT_EQ(errno, EEXIST);
+  EXPECT_EQ(readFile(path_), "old");
+  EXPECT_EQ(readFile(temporary_), "new");
+  ASSERT_TRUE(publishFile(temporary_, path_, true));
+  EXPECT_EQ(readFile(path_), "new");
+  EXPECT_EQ(names(), 1);
+}
+
+TEST_F(PublishFile, LinkThatLeadsNowhereIsInTheWayToo) {
+  fs::create_symlink(dir_ / "nowhere", path_);
+  EXPECT_FALSE(publishFile(temporary_, path_, false));
+  EXPECT_EQ(errno, EEXIST);
+  ASSERT_TRUE(publishFile(temporary_, path_, true));
+  EXPECT_FALSE(fs::exists(dir_ / "nowhere"));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path_)));
+}
+
+TEST_F(PublishFile, FileThatCannotBeSyncedIsNotPublished) {
+  FailingFileCalls disk;
+  disk.fail(Call::kFsync);
+  EXPECT_FALSE(publishFile(temporary_, path_, true));
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_FALSE(fs::exists(path_));
 }
 
 }  // namespace
