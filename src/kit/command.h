@@ -20,6 +20,8 @@ enum ExitCode : int {
 using AddCommand = void (*)(CLI::App* program, int* exitCode);
 
 void addBatchCommand(CLI::App* program, int* exitCode);
+void addDoctorCommand(CLI::App* program, int* exitCode);
+void addSalvageCommand(CLI::App* program, int* exitCode);
 void addSimulateCommand(CLI::App* program, int* exitCode);
 
 }  // namespace morva::kit

@@ -13,7 +13,8 @@ namespace {
 
 using namespace morva::kit;
 
-constexpr std::array<AddCommand, 2> kCommands = {addBatchCommand, addSimulateCommand};
+constexpr std::array<AddCommand, 4> kCommands = {addBatchCommand, addDoctorCommand,
+                                                 addSalvageCommand, addSimulateCommand};
 
 void logToStandardError() {
   auto& tracer = osmik::Singleton<osmik::Tracer>::getInstance();
@@ -25,8 +26,10 @@ void logToStandardError() {
 
 int main(int argc, char** argv) {
   logToStandardError();
-  CLI::App program("Companion of kbag: makes recordings of a simulated device, and unpacks many",
-                   "kbagkit");
+  CLI::App program(
+      "Companion of kbag: examines and salvages damaged recordings, makes those of a\n"
+      "simulated device, and unpacks many",
+      "kbagkit");
   program.set_version_flag("--version", std::string("kbagkit ") + morva::kVersion);
   program.require_subcommand(1);
 
@@ -38,6 +41,7 @@ int main(int argc, char** argv) {
     return program.exit(error) == 0 ? kDone : kUsage;  // prints the help or what is wrong
   }
   // A result that did not reach its reader is no result.
-  if (std::fflush(stdout) != 0 && exitCode == kDone) return kFailed;
+  const bool isLost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+  if (isLost && (exitCode == kDone || exitCode == kDoneWithLosses)) return kFailed;
   return exitCode;
 }
