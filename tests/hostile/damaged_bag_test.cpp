@@ -10,10 +10,10 @@
 
 #include "export/frame_exporter.h"
 #include "hostile/allocation_watch.h"
+#include "hostile/bag_damage.h"
 #include "hostile/every_topic.h"
 #include "morva/bag.h"
 #include "platform/byte_order.h"
-#include "platform/crc32.h"
 #include "platform/ignore_result.h"
 #include "storage/bag_layout.h"
 #include "support/temp_dir.h"
@@ -90,21 +90,6 @@ std::vector<std::size_t> interestingOffsets(const std::string& bytes, Compressio
 
 void storeWord(std::string* bytes, std::size_t at, std::uint32_t word) {
   if (at + sizeof word <= bytes->size()) storeLe(bytes->data() + at, word);
-}
-
-/// Makes the checksums of the header and of every chunk right again, as far as the framing goes.
-void repairChecksums(std::string* bytes) {
-  storeLe(bytes->data() + layout::kHeaderCrcOffset, Crc32(bytes->data(), layout::kHeaderCrcOffset));
-  std::size_t at = layout::kHeaderBytes;
-  while (at + layout::kChunkFramingBytes < bytes->size()) {
-    const std::size_t header = loadLe<std::uint16_t>(bytes->data() + at + 6);
-    const std::size_t sizeAt = at + layout::kChunkPrefixBytes + header;
-    if (sizeAt + 8 > bytes->size()) return;
-    const std::size_t size = loadLe<std::uint32_t>(bytes->data() + sizeAt);
-    if (size > bytes->size() - sizeAt - 8) return;
-    storeLe(bytes->data() + sizeAt + 4 + size, Crc32(bytes->data() + sizeAt + 4, size));
-    at = sizeAt + 8 + size;
-  }
 }
 
 }  // namespace

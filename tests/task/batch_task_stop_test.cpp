@@ -241,28 +241,44 @@ TEST_F(BagToolStop, InALaterTopicTheEarlierOnesAreThere) {
 }
 
 /// Holds the thread that logs a line with `text` until the task is to stop.
+template <typename Tool>
 struct HoldAtLine final : osmik::TracerSink {
   void write(int /*level*/, std::string_view line) override {
     if (line.find(text) == std::string_view::npos) return;
     reached = true;
     while (!tool->stopRequested()) std::this_thread::yield();
   }
-  Probed<BagTool>* tool = nullptr;
+  Tool* tool = nullptr;
   std::string text;
   std::atomic<bool> reached = false;
 };
 
-TEST_F(BagToolStop, DestructionStopsARunningExport) {
-  auto tool = std::make_unique<Probed<BagTool>>();
-  const auto hold = std::make_shared<HoldAtLine>();
+/// Destroys a task whose worker logs a line with `text`.
+template <typename Tool>
+void destroyAt(const std::string& text, const BagTool::PreprocessArgs& args) {
+  auto tool = std::make_unique<Probed<Tool>>();
+  const auto hold = std::make_shared<HoldAtLine<Probed<Tool>>>();
   hold->tool = tool.get();
-  hold->text = "export [/camera_left/h264] data start ...";
+  hold->text = text;
   osmik::Singleton<osmik::Tracer>::getInstance().addSink(hold);
-  ASSERT_TRUE(tool->Init(args()));
+  ASSERT_TRUE(tool->Init(args));
   tool->StartTask();
   while (!hold->reached) std::this_thread::yield();
   tool.reset();
   osmik::Singleton<osmik::Tracer>::getInstance().removeSink(hold);
+}
+
+TEST_F(DevBagToolStop, DestructionStopsARunningExport) {
+  destroyAt<DevBagTool>("export [/imu] data start ...", args());
+  stopped_ = treeOf(dir_ / "out");
+  EXPECT_EQ(filesLike("imu.csv"), 1);
+  EXPECT_EQ(filesLike("p1/lidar_points/"), 0);
+  EXPECT_EQ(filesLike("p2/"), 0);
+  expectNoTemporaryFiles();
+}
+
+TEST_F(BagToolStop, DestructionStopsARunningExport) {
+  destroyAt<BagTool>("export [/camera_left/h264] data start ...", args());
   stopped_ = treeOf(dir_ / "out");
   EXPECT_EQ(filesLike("p1/images/"), 1);
   EXPECT_EQ(filesLike(""), 1);
