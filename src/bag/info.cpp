@@ -1,3 +1,5 @@
+#include <optional>
+
 #include "morva/bag.h"
 #include "storage/bag_reader.h"
 
@@ -5,13 +7,13 @@ namespace morva {
 namespace {
 
 TopicInfo makeTopicInfo(const std::string& name, std::uint32_t id,
-                        const BagFile::TopicIndex& index) {
+                        const BagFile::TopicTotals& totals) {
   TopicInfo info;
   info.topicId = id;
-  info.messageCount = index.countSum;
-  info.total = index.rawSizeSum;
-  info.startTime = index.startTime;
-  info.endTime = index.endTime;
+  info.messageCount = totals.countSum;
+  info.total = totals.rawSizeSum;
+  info.startTime = totals.startTime;
+  info.endTime = totals.endTime;
   info.name = name;
   return info;
 }
@@ -30,10 +32,10 @@ BagInfo MorvaBag::getInfo() const {
   info.indexChunkOffset = header.indexChunkOffset();
   info.topicCount = static_cast<std::uint32_t>(bag->topicIds().size());
   for (const auto& [name, id] : bag->topicIds()) {
-    const std::shared_ptr<BagFile::TopicIndex> index = bag->topicIndex(name);
-    if (index == nullptr || index->countSum == 0) continue;
-    info.chunkCount += static_cast<std::uint32_t>(index->chunkOffsets.size());
-    info.topics.push_back(makeTopicInfo(name, id, *index));
+    const std::optional<BagFile::TopicTotals> totals = bag->topicTotals(name);
+    if (!totals || totals->countSum == 0) continue;
+    info.chunkCount += static_cast<std::uint32_t>(totals->chunks);
+    info.topics.push_back(makeTopicInfo(name, id, *totals));
   }
   return info;
 }

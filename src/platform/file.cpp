@@ -113,13 +113,6 @@ bool File::isReading() const {
   return false;
 }
 
-/// What lies ready from the position on.
-std::string_view File::ahead() const {
-  const std::int64_t skip = position_ - aheadStart_;
-  if (skip < 0 || skip >= static_cast<std::int64_t>(aheadSize_)) return {};
-  return std::string_view(ahead_.get(), aheadSize_).substr(static_cast<std::size_t>(skip));
-}
-
 bool File::goesOn() const {
   const std::int64_t way = position_ - (aheadStart_ + static_cast<std::int64_t>(aheadSize_));
   return !ahead().empty() || (way >= 0 && way <= kNearBytes);
@@ -191,6 +184,12 @@ std::int64_t File::peek(std::size_t size, std::string_view* bytes) {
   return static_cast<std::int64_t>(bytes->size());
 }
 
+std::int64_t File::take(std::size_t size, std::string_view* bytes) {
+  const std::int64_t count = peek(size, bytes);
+  if (count == static_cast<std::int64_t>(size)) position_ += count;
+  return count;
+}
+
 std::int64_t File::readInPlace(std::size_t size, std::string_view* bytes) {
   *bytes = {};
   if (!isReading()) return -1;
@@ -239,10 +238,6 @@ std::int64_t File::seek(std::int64_t offset) {
   if (writing_ && !flush()) return -1;
   position_ = offset;
   return position_;
-}
-
-std::int64_t File::pos() const {
-  return writing_ ? position_ + static_cast<std::int64_t>(buffer_.size()) : position_;
 }
 
 std::int64_t File::size() const {

@@ -70,6 +70,8 @@ class File final : public IODevice {
   /// @return Bytes given, fewer than asked only at the end or at an error; -1 when there are none
   ///         because of an error.
   [[nodiscard]] std::int64_t peek(std::size_t size, std::string_view* bytes);
+  /// As peek(), and moves past the bytes where all of them are given.
+  [[nodiscard]] std::int64_t take(std::size_t size, std::string_view* bytes);
   /// As read(), but gives the next bytes in place, as many as lie ready, up to `size`, and moves
   /// past them.
   /// @param bytes  [out, not null] Valid until the next call that moves or reads.
@@ -88,7 +90,9 @@ class File final : public IODevice {
   /// @return The new position, or -1.
   [[nodiscard]] std::int64_t seek(std::int64_t offset);
   /// Bytes from the start of the file at which the next read or write happens.
-  [[nodiscard]] std::int64_t pos() const;
+  [[nodiscard]] std::int64_t pos() const {
+    return writing_ ? position_ + static_cast<std::int64_t>(buffer_.size()) : position_;
+  }
   /// Bytes that the file holds now, the write buffer not counted; -1 on failure.
   [[nodiscard]] std::int64_t size() const;
 
@@ -113,7 +117,12 @@ class File final : public IODevice {
   [[nodiscard]] std::int64_t writeAt(const void* data, std::size_t size, std::int64_t offset) const;
   [[nodiscard]] bool isServable(OpenMode mode) const;
   [[nodiscard]] bool isReading() const;
-  [[nodiscard]] std::string_view ahead() const;
+  /// What lies ready from the position on.
+  [[nodiscard]] std::string_view ahead() const {
+    const std::int64_t skip = position_ - aheadStart_;
+    if (skip < 0 || skip >= static_cast<std::int64_t>(aheadSize_)) return {};
+    return {ahead_.get() + skip, aheadSize_ - static_cast<std::size_t>(skip)};
+  }
   [[nodiscard]] bool goesOn() const;
   [[nodiscard]] std::int64_t lookAhead(std::size_t size);
   std::int64_t readDirectly(char* out, std::size_t size);

@@ -64,6 +64,14 @@ void BagFile::TopicIndex::append(const TopicHeader& entry, std::uint64_t chunkOf
   entries.push_back(entry);
 }
 
+BagFile::TopicTotals BagFile::TopicIndex::totals() const {
+  return {.countSum = countSum,
+          .rawSizeSum = rawSizeSum,
+          .startTime = startTime,
+          .endTime = endTime,
+          .chunks = entries.size()};
+}
+
 int BagFile::open(const std::string& /*path*/) { return kOpenFailed; }
 
 bool BagFile::close() { return true; }

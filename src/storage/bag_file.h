@@ -2,6 +2,7 @@
 #define MORVA_STORAGE_BAG_FILE_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -78,10 +79,20 @@ class BagFile {
     std::uint32_t storedSize = 0;
   };
 
+  /// What an index says of all messages of one topic.
+  struct TopicTotals {
+    std::uint32_t countSum = 0;
+    std::uint64_t rawSizeSum = 0;
+    std::int64_t startTime = 0;  ///< smallest first header time; 0 until the first message
+    std::int64_t endTime = 0;    ///< largest second header time
+    std::size_t chunks = 0;      ///< messages
+  };
+
   /// The messages of one topic, in writing order.
   struct TopicIndex {
     /// Adds a message whose chunk begins at `chunkOffset`.
     void append(const TopicHeader& entry, std::uint64_t chunkOffset);
+    [[nodiscard]] TopicTotals totals() const;
 
     std::uint32_t countSum = 0;
     std::uint64_t rawSizeSum = 0;
@@ -113,9 +124,9 @@ class BagFile {
 
   [[nodiscard]] const Header& header() const { return header_; }
   [[nodiscard]] const TopicIds& topicIds() const { return topicIds_; }
-  [[nodiscard]] const TopicIndexes& topicIndexes() const { return topicIndexes_; }
+  [[nodiscard]] virtual const TopicIndexes& topicIndexes() const { return topicIndexes_; }
   /// The index of a topic by name; empty when the topic is unknown or has none.
-  [[nodiscard]] std::shared_ptr<TopicIndex> topicIndex(const std::string& topic) const;
+  [[nodiscard]] virtual std::shared_ptr<TopicIndex> topicIndex(const std::string& topic) const;
 
  protected:
   /// The codec of a header's compression byte; empty for "never compressed".
@@ -126,7 +137,7 @@ class BagFile {
   std::shared_ptr<osmik::File> file_;
   Header header_;
   TopicIds topicIds_;
-  TopicIndexes topicIndexes_;
+  mutable TopicIndexes topicIndexes_;  ///< a reader adds topics when they are asked for
   std::shared_ptr<const basalt::Compressor> compressor_;
 };
 

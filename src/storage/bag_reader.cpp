@@ -9,6 +9,7 @@
 #include "platform/byte_order.h"
 #include "platform/crc32.h"
 #include "platform/data_crypto.h"
+#include "platform/ignore_result.h"
 #include "platform/overwrite_string.h"
 #include "storage/index_codec.h"
 
@@ -50,7 +51,10 @@ int BagReader::open(const std::string& path) {
 int BagReader::load(const std::string& path) {
   topicIds_.clear();
   topicNames_.clear();
-  topicIndexes_.clear();
+  {
+    const std::lock_guard lock(indexMutex_);
+    dropIndex();
+  }
   fileSize_ = file_->size();
   if (const int code = readHeader(path); code != kOpenOk) return code;
   compressor_ = makeCompressor(header_.compression());
@@ -127,8 +131,10 @@ int BagReader::loadIndex(const std::string& path) {
 
 int BagReader::loadIndexChunk() {
   const Log log("BagReader", "open");
+  const auto offset = static_cast<std::int64_t>(header_.indexChunkOffset());
+  if (!keepsIndex_ && offset > 0 && scanIndexChunk(offset)) return kOpenOk;
   Chunk chunk;
-  if (read(&chunk, static_cast<std::int64_t>(header_.indexChunkOffset()), nullptr) < 0) {
+  if (read(&chunk, offset, nullptr) < 0) {
     log.warning("read index chunk error!");
     return kOpenNoIndex;
   }
@@ -136,17 +142,105 @@ int BagReader::loadIndexChunk() {
     log.warning("extend chunk type(0x%04X) error!", chunk.type);
     return kOpenNoIndex;
   }
-  if (!createTopicIndex(chunk)) {
+  if (!createTopicIndex(std::move(chunk.data))) {
     log.warning("create index error!");
     return kOpenNoIndex;
   }
   return kOpenOk;
 }
 
-bool BagReader::createTopicIndex(const Chunk& indexChunk) {
-  if (decodeTopicIndexes(indexChunk.data, &topicIndexes_)) return true;
-  log_.error("PBChunkIndexData unpack error!");
-  return false;
+/// Looks at the index chunk where it lies in the file. @return Whether it is an uncompressed index
+/// of the usual form, and sound; all others are left to the reads that keep it and log.
+bool BagReader::scanIndexChunk(std::int64_t offset) {
+  const std::lock_guard lock(mutex_);
+  constexpr std::size_t kFramingBytes =
+      layout::kChunkPrefixBytes + layout::kMinChunkHeaderBytes + 4;
+  std::string_view bytes;
+  if (file_->seek(offset) != offset || file_->peek(kFramingBytes, &bytes) != kFramingBytes)
+    return false;
+  const auto rawSize =
+      loadLe<std::uint32_t>(&bytes[layout::kChunkPrefixBytes + layout::kRawSizeOffset]);
+  const auto size = loadLe<std::uint32_t>(&bytes[kFramingBytes - 4]);
+  if (loadLe<std::uint16_t>(&bytes[layout::kChunkTypeOffset]) != layout::kIndexChunk ||
+      loadLe<std::uint16_t>(&bytes[layout::kHeaderSizeOffset]) != layout::kMinChunkHeaderBytes ||
+      (compressor_ && rawSize != size) || size == 0) {
+    return false;
+  }
+  std::int64_t at = offset + std::int64_t{kFramingBytes};
+  IndexScan scan(size);
+  std::uint32_t sum = 0;
+  for (std::uint64_t left = size; left > 0;) {
+    const std::size_t wanted = std::min<std::uint64_t>(left, osmik::File::kMaxPeekBytes);
+    if (file_->seek(at) != at || file_->peek(wanted, &bytes) != static_cast<std::int64_t>(wanted))
+      return false;
+    const std::int64_t count = scan.feed(bytes);
+    if (count < 1) return false;
+    sum = Crc32(sum, bytes.data(), static_cast<std::size_t>(count));
+    at += count;
+    left -= static_cast<std::uint64_t>(count);
+  }
+  if (file_->seek(at) != at || file_->peek(layout::kCrcBytes, &bytes) != layout::kCrcBytes)
+    return false;
+  return scan.isComplete() && loadLe<std::uint32_t>(bytes.data()) == sum;
+}
+
+bool BagReader::createTopicIndex(std::string data) {
+  const std::lock_guard lock(indexMutex_);
+  // Nearly every index is found sound by a scan and stays encoded: most who open a bag want one
+  // topic of it, or none. All others are the general parser's.
+  indexData_ = std::move(data);
+  std::vector<EncodedTopic> topics;
+  bool isSound = !indexData_.empty() && scanTopicIndexes(indexData_, &topics);
+  if (isSound) {
+    // Of topics with one id the first counts.
+    for (const EncodedTopic& topic : topics) encodedTopics_.emplace(topic.topicId, topic);
+  } else {
+    isSound = parseTopicIndexes(indexData_, &topicIndexes_);
+    indexData_ = {};
+  }
+  if (!keepsIndex_) dropIndex();
+  if (!isSound) log_.error("PBChunkIndexData unpack error!");
+  return isSound;
+}
+
+std::shared_ptr<BagFile::TopicIndex> BagReader::decoded(std::uint32_t topicId) const {
+  if (const auto found = topicIndexes_.find(topicId); found != topicIndexes_.end()) {
+    return found->second;
+  }
+  const auto encoded = encodedTopics_.find(topicId);
+  if (encoded == encodedTopics_.end()) return nullptr;
+  return topicIndexes_[topicId] = decodeTopic(indexData_, encoded->second);
+}
+
+const BagFile::TopicIndexes& BagReader::topicIndexes() const {
+  const std::lock_guard lock(indexMutex_);
+  for (const auto& [id, topic] : encodedTopics_) ignoreResult(decoded(id));  // kept
+  return topicIndexes_;
+}
+
+std::shared_ptr<BagFile::TopicIndex> BagReader::topicIndex(const std::string& topic) const {
+  const auto id = topicIds_.find(topic);
+  if (id == topicIds_.end()) return nullptr;
+  const std::lock_guard lock(indexMutex_);
+  return decoded(id->second);
+}
+
+std::optional<BagFile::TopicTotals> BagReader::topicTotals(const std::string& topic) const {
+  const auto id = topicIds_.find(topic);
+  if (id == topicIds_.end()) return std::nullopt;
+  const std::lock_guard lock(indexMutex_);
+  if (const auto encoded = encodedTopics_.find(id->second); encoded != encodedTopics_.end()) {
+    return encoded->second.totals;
+  }
+  const std::shared_ptr<TopicIndex> index = decoded(id->second);
+  if (index == nullptr) return std::nullopt;
+  return index->totals();
+}
+
+void BagReader::dropIndex() {
+  topicIndexes_.clear();
+  encodedTopics_.clear();
+  indexData_ = {};
 }
 
 bool BagReader::createTopicIndexFromFile(const Header& header, const std::string& indexPath) {
@@ -171,16 +265,16 @@ bool BagReader::createTopicIndexFromFile(const Header& header, const std::string
     log_.error("index chunk offset(0x%08X) error!", side.indexChunkOffset());
     return false;
   }
-  Chunk chunk;
-  if (!readSideChunk(&file, &chunk)) return false;
-  if (!createTopicIndex(chunk)) {
+  std::string data;
+  if (!readSideChunk(&file, &data)) return false;
+  if (!createTopicIndex(std::move(data))) {
     log_.error("create index error!");
     return false;
   }
   return true;
 }
 
-bool BagReader::readSideChunk(osmik::File* file, Chunk* chunk) const {
+bool BagReader::readSideChunk(osmik::File* file, std::string* data) const {
   const Log log("BagReader", "createTopicIndexFromFile");
   std::array<char, layout::kChunkPrefixBytes + layout::kMinChunkHeaderBytes + 4> prefix{};
   const std::int64_t count = file->read(prefix.data(), prefix.size());
@@ -191,14 +285,13 @@ bool BagReader::readSideChunk(osmik::File* file, Chunk* chunk) const {
     log.error("read chunk header error!");
     return false;
   }
-  std::string data;
   const bool holdsData = file->size() - file->pos() >= size;
   if (holdsData) {
-    overwriteString(&data, size, [file](char* memory, std::size_t bytes) {
+    overwriteString(data, size, [file](char* memory, std::size_t bytes) {
       return static_cast<std::size_t>(std::max<std::int64_t>(file->read(memory, bytes), 0));
     });
   }
-  if (data.size() != size) {
+  if (data->size() != size) {
     log.error("read chunk data error!");
     return false;
   }
@@ -208,17 +301,18 @@ bool BagReader::readSideChunk(osmik::File* file, Chunk* chunk) const {
     return false;
   }
   const auto stored = loadLe<std::uint32_t>(crcBytes.data());
-  const std::uint32_t computed = Crc32(data.data(), data.size());
+  const std::uint32_t computed = Crc32(data->data(), data->size());
   if (stored != computed) {
     log.error("chunk crc32 check error: 0x%08X -> 0x%08X!", stored, computed);
     return false;
   }
-  if (rawSize == size) {
-    chunk->data = std::move(data);
-  } else if (!compressor_ || !canBeIndexSize(rawSize, fileSize_) ||
-             compressor_->decompress(data.data(), data.size(), rawSize, &chunk->data) < 1) {
-    chunk->data.clear();
+  if (rawSize == size) return true;
+  std::string restored;
+  if (!compressor_ || !canBeIndexSize(rawSize, fileSize_) ||
+      compressor_->decompress(data->data(), data->size(), rawSize, &restored) < 1) {
+    restored.clear();
   }
+  *data = std::move(restored);
   return true;
 }
 

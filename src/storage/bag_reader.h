@@ -4,12 +4,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/log.h"
 #include "storage/bag_file.h"
+#include "storage/index_scan.h"
 
 namespace morva {
 
@@ -42,6 +46,17 @@ class BagReader final : public BagFile {
   /// Topic names by id, as the definition chunk has them. Unlike topicIds(), where "/lidar" may
   /// stand for a lidar model's topic, no name here is an alias.
   [[nodiscard]] const TopicNames& topicNames() const { return topicNames_; }
+
+  /// The indexes of topics, all of them or one, whose entries are decoded when they are first asked
+  /// for. Threads: any.
+  [[nodiscard]] const TopicIndexes& topicIndexes() const override;
+  [[nodiscard]] std::shared_ptr<TopicIndex> topicIndex(const std::string& topic) const override;
+  /// What the index says of a topic as a whole; none where topicIndex() is empty. Decodes nothing.
+  /// Threads: any.
+  [[nodiscard]] std::optional<TopicTotals> topicTotals(const std::string& topic) const;
+  /// For walks through the file: the next open() checks the index, with the same result and lines,
+  /// but keeps nothing of it, which may take more memory than all else. No topic has an index then.
+  void keepNoIndex() { keepsIndex_ = false; }
 
   /// Reads the chunk that begins at `offset` and verifies its checksum.
   /// @param chunk  [in/out] headerOnly is read; type, header and data are replaced. Data is
@@ -87,11 +102,14 @@ class BagReader final : public BagFile {
   void addTopics(const std::string& records);
   [[nodiscard]] int loadIndex(const std::string& path);
   [[nodiscard]] int loadIndexChunk();
-  [[nodiscard]] bool createTopicIndex(const Chunk& indexChunk);
+  [[nodiscard]] bool scanIndexChunk(std::int64_t offset);
+  [[nodiscard]] bool createTopicIndex(std::string data);
+  void dropIndex();
   [[nodiscard]] bool createTopicIndexFromFile(const Header& header, const std::string& indexPath);
-  [[nodiscard]] bool readSideChunk(osmik::File* file, Chunk* chunk) const;
+  [[nodiscard]] bool readSideChunk(osmik::File* file, std::string* data) const;
+  [[nodiscard]] std::shared_ptr<TopicIndex> decoded(std::uint32_t topicId) const;
 
-  [[nodiscard]] bool seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& log);
+  [[nodiscard]] bool seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& (*log)());
   [[nodiscard]] bool readFraming(Chunk* chunk, std::int64_t offset, Stored* stored);
   [[nodiscard]] bool readFramingByField(Chunk* chunk, std::int64_t offset, Stored* stored);
   [[nodiscard]] std::int64_t skipData(std::uint32_t size, std::int64_t* next);
@@ -99,6 +117,7 @@ class BagReader final : public BagFile {
   [[nodiscard]] bool holdsStored(const Stored& stored);
   [[nodiscard]] bool isWhole(std::int64_t count, Stored* stored);
   [[nodiscard]] bool sumStored(Stored* stored, std::uint32_t* sum);
+  [[nodiscard]] bool takeStored(Stored* stored, std::string_view* data);
   [[nodiscard]] bool holdStored(Stored* stored, std::string_view* data);
   [[nodiscard]] static bool isSound(std::uint32_t computed, std::int64_t offset,
                                     const Stored& stored);
@@ -116,8 +135,12 @@ class BagReader final : public BagFile {
 
   const Log log_{"BagReader"};
   bool hasIndex_ = false;
+  bool keepsIndex_ = true;
   std::int64_t fileSize_ = 0;  ///< as last looked at: a bag may still be growing
   TopicNames topicNames_;
+  mutable std::mutex indexMutex_;  ///< guards the index of the open bag, topicIndexes_ included
+  std::string indexData_;          ///< serialized; empty where all of it is decoded
+  std::map<std::uint32_t, EncodedTopic> encodedTopics_;  ///< by id, those of indexData_
   // Memory that is kept to be used again; guarded by mutex_.
   std::vector<std::string> spares_;  ///< for stored bytes, while a message is restored from them
   std::string packed_;               ///< of verify(): stored bytes

@@ -34,7 +34,7 @@ std::int64_t BagReader::read(Chunk* chunk, std::int64_t offset, std::int64_t* ne
   std::string packed;
   {
     const std::lock_guard lock(mutex_);
-    if (!seekToChunk(chunk, offset, readLog())) return -1;
+    if (!seekToChunk(chunk, offset, readLog)) return -1;
     if (!readFraming(chunk, offset, &stored)) return -1;
     if (chunk->headerOnly) return skipData(stored.size, next);
     if (isPacked(*chunk, stored)) packed = takeSpare();
@@ -53,20 +53,22 @@ std::int64_t BagReader::read(Chunk* chunk, std::int64_t offset, std::int64_t* ne
 std::int64_t BagReader::verify(Chunk* chunk, std::int64_t offset, std::int64_t* next) {
   const std::lock_guard lock(mutex_);
   Stored stored;
-  if (!seekToChunk(chunk, offset, readLog())) return -1;
+  if (!seekToChunk(chunk, offset, readLog)) return -1;
   if (!readFraming(chunk, offset, &stored)) return -1;
+  // Small chunks in one piece: each step costs as much as their checksum.
+  constexpr std::uint32_t kSmallBytes = 4096;
+  const bool packed = isPacked(*chunk, stored);
   std::uint32_t sum = 0;
-  std::string_view packed;
-  if (isPacked(*chunk, stored)) {
-    if (!holdStored(&stored, &packed)) return -1;
-    sum = Crc32(packed.data(), packed.size());
+  std::string_view data;
+  if (packed || stored.size <= kSmallBytes) {
+    if (!(packed ? holdStored(&stored, &data) : takeStored(&stored, &data))) return -1;
+    sum = Crc32(data.data(), data.size());
   } else if (!sumStored(&stored, &sum)) {
     return -1;
   }
   if (!isSound(sum, offset, stored)) return -1;
   if (next != nullptr) *next = stored.end;
-  if (!isPacked(*chunk, stored)) return stored.size;
-  return restore(*chunk, offset, stored, packed, &restored_);
+  return packed ? restore(*chunk, offset, stored, data, &restored_) : stored.size;
 }
 
 bool BagReader::isSound(std::uint32_t computed, std::int64_t offset, const Stored& stored) {
@@ -78,13 +80,13 @@ bool BagReader::isSound(std::uint32_t computed, std::int64_t offset, const Store
   return false;
 }
 
-bool BagReader::seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& log) {
+bool BagReader::seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& (*log)()) {
   if (!file_ || chunk == nullptr || offset <= 0) {
-    log.error("offset: %lld, param error!", offset);
+    log().error("offset: %lld, param error!", offset);
     return false;
   }
   const std::int64_t position = file_->seek(offset);
-  if (position != offset) log.error("set offset(%lld) error: %lld!", offset, position);
+  if (position != offset) log().error("set offset(%lld) error: %lld!", offset, position);
   return position == offset;
 }
 
@@ -217,6 +219,16 @@ bool BagReader::sumStored(Stored* stored, std::uint32_t* sum) {
   return isWhole(count < 0 && done == 0 ? count : done + std::max<std::int64_t>(count, 0), stored);
 }
 
+bool BagReader::takeStored(Stored* stored, std::string_view* data) {
+  const std::size_t bytes = stored->size + layout::kCrcBytes;
+  const std::int64_t count = file_->take(bytes, data);
+  if (count != static_cast<std::int64_t>(bytes)) return isWhole(count, stored);
+  stored->crc = loadLe<std::uint32_t>(&(*data)[stored->size]);
+  stored->end = file_->pos();
+  *data = data->substr(0, stored->size);
+  return true;
+}
+
 bool BagReader::holdStored(Stored* stored, std::string_view* data) {
   const std::size_t bytes = stored->size + layout::kCrcBytes;
   if (bytes > osmik::File::kMaxPeekBytes) {
@@ -224,15 +236,9 @@ bool BagReader::holdStored(Stored* stored, std::string_view* data) {
     *data = packed_;
     return true;
   }
-  if (!holdsStored(*stored)) return false;
-  std::string_view ready;
-  std::int64_t count = file_->peek(bytes, &ready);
-  if (count == static_cast<std::int64_t>(bytes)) {
-    count = file_->readInPlace(bytes, &ready);
-    stored->crc = loadLe<std::uint32_t>(&ready[stored->size]);
-    *data = ready.substr(0, stored->size);
-  }
-  return isWhole(count, stored);
+  if (!holdsStored(*stored) || !takeStored(stored, data)) return false;
+  stored->fileSize = fileSize_;
+  return true;
 }
 
 bool BagReader::isPacked(const Chunk& chunk, const Stored& stored) const {
@@ -320,7 +326,7 @@ std::int64_t BagReader::readNextChunk(Chunk* chunk, std::int64_t offset, std::in
   std::int64_t match = -1;
   {
     const std::lock_guard lock(mutex_);
-    if (!seekToChunk(chunk, offset, searchLog())) return -1;
+    if (!seekToChunk(chunk, offset, searchLog)) return -1;
     match = findChunk();
   }
   return match < 0 ? -1 : read(chunk, match, next);

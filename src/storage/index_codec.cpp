@@ -6,6 +6,7 @@
 
 #include "kbag_msgs.pb.h"
 #include "platform/byte_order.h"
+#include "storage/index_scan.h"
 
 namespace morva {
 namespace {
@@ -100,7 +101,7 @@ bool encodeTopicIndexes(const BagFile::TopicIndexes& indexes, std::string* data)
   return true;
 }
 
-bool decodeTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes) {
+bool parseTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes) {
   if (data.empty() || data.size() > INT_MAX) return false;
   google::protobuf::Arena arena;
   auto* const message = google::protobuf::Arena::CreateMessage<ChunkIndexData>(&arena);
@@ -109,6 +110,16 @@ bool decodeTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes) {
     if (topic.chunk_offsets().empty() || topic.chunk_offsets_size() != topic.infos_size()) continue;
     const auto [entry, isNew] = indexes->try_emplace(topic.topic_id());
     if (isNew) entry->second = decodeIndex(topic);
+  }
+  return true;
+}
+
+bool decodeTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes) {
+  std::vector<EncodedTopic> topics;
+  if (data.empty() || !scanTopicIndexes(data, &topics)) return parseTopicIndexes(data, indexes);
+  for (const EncodedTopic& topic : topics) {
+    const auto [entry, isNew] = indexes->try_emplace(topic.topicId);
+    if (isNew) entry->second = decodeTopic(data, topic);
   }
   return true;
 }

@@ -30,6 +30,9 @@ namespace morva {
 /// @return False, with `indexes` unchanged, when `data` is empty or cannot be parsed.
 [[nodiscard]] bool decodeTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes);
 
+/// The same by the general parser alone, whose verdict is the rule.
+[[nodiscard]] bool parseTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes);
+
 }  // namespace morva
 
 #endif  // MORVA_STORAGE_INDEX_CODEC_H_

@@ -1,0 +1,135 @@
+// What a reader keeps of an index, and when it decodes it.
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "storage/bag_reader.h"
+#include "storage/bag_writer.h"
+#include "storage/largest_allocation.h"
+#include "storage/random_messages.h"
+#include "support/log_capture.h"
+#include "support/temp_dir.h"
+
+namespace morva::test {
+namespace {
+
+class BagReaderIndex : public testing::TestWithParam<CompressionType> {
+ protected:
+  void write(int messages) {
+    BagWriter writer(GetParam(), 1 << 16, "");
+    ASSERT_EQ(writer.open(path_), 0);
+    ASSERT_TRUE(writer.setTopics({"/a", "/none", "/b"}));
+    for (int i = 0; i < messages; ++i) {
+      const RandomMessage message = randomMessage(&random_, {"/a", "/b"}, 1 + random_() % 40);
+      ASSERT_GT(writer.write(message.header, message.topic, message.payload), 0);
+    }
+    ASSERT_TRUE(writer.close());
+    bytes_ = readFile(path_);
+  }
+
+  std::mt19937 random_{41};
+  const TempDir dir_;
+  const std::string path_ = dir_ / "a.kbag";
+  LogCapture log_;
+  std::string bytes_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Codecs, BagReaderIndex,
+                         testing::Values(CompressionType::kNone, CompressionType::kLz4,
+                                         CompressionType::kZstd));
+
+TEST_P(BagReaderIndex, TotalsAreThoseOfTheDecodedTopics) {
+  write(200);
+  BagReader reader;
+  ASSERT_EQ(reader.open(path_), 0);
+  for (const char* topic : {"/a", "/b"}) {
+    const auto totals = reader.topicTotals(topic);
+    ASSERT_TRUE(totals);
+    const BagFile::TopicTotals decoded = reader.topicIndex(topic)->totals();
+    EXPECT_EQ(totals->countSum, decoded.countSum);
+    EXPECT_EQ(totals->rawSizeSum, decoded.rawSizeSum);
+    EXPECT_EQ(totals->startTime, decoded.startTime);
+    EXPECT_EQ(totals->endTime, decoded.endTime);
+    EXPECT_EQ(totals->chunks, decoded.chunks);
+    EXPECT_GT(totals->chunks, 50U);
+  }
+  EXPECT_FALSE(reader.topicTotals("/none"));
+  EXPECT_FALSE(reader.topicTotals("/unknown"));
+}
+
+TEST_P(BagReaderIndex, TopicIsDecodedOnceByManyThreads) {
+  write(300);
+  BagReader reader;
+  ASSERT_EQ(reader.open(path_), 0);
+  std::vector<std::shared_ptr<BagFile::TopicIndex>> found(4);
+  {
+    std::vector<std::jthread> threads;
+    for (auto& index : found) {
+      threads.emplace_back([&reader, &index] {
+        index = reader.topicIndex("/a");
+        EXPECT_TRUE(reader.topicTotals("/b"));
+        EXPECT_TRUE(reader.topicIndex("/b"));
+      });
+    }
+  }
+  for (const auto& index : found) EXPECT_EQ(index, found[0]);
+  EXPECT_EQ(reader.topicIndexes().size(), 2U);
+}
+
+TEST_P(BagReaderIndex, IndexThatIsNotKeptGetsTheSameVerdictAndLines) {
+  write(60);
+  BagReader whole;
+  ASSERT_EQ(whole.open(path_), 0);
+  const auto indexAt = static_cast<std::size_t>(whole.header().indexChunkOffset());
+  whole.close();
+  int refused = 0;
+  for (std::size_t i = 0; i < 150; ++i) {
+    std::string damaged = bytes_;
+    const std::size_t at = indexAt + (i < 30 ? i : random_() % (bytes_.size() - indexAt));
+    if (i % 5 == 4) {
+      damaged.resize(at);
+    } else if (i > 0) {
+      damaged[at] = static_cast<char>(damaged[at] ^ (1 << random_() % 8));
+    }
+    writeFile(path_, damaged);
+    log_.clear();
+    BagReader keeping;
+    const int code = keeping.open(path_);
+    const std::vector<std::string> lines = log_.lines();
+    log_.clear();
+    BagReader walking;
+    walking.keepNoIndex();
+    ASSERT_EQ(walking.open(path_), code) << at;
+    ASSERT_EQ(log_.lines(), lines) << at;
+    EXPECT_FALSE(walking.topicIndex("/a"));
+    EXPECT_TRUE(walking.topicIndexes().empty());
+    if (code != 0) ++refused;
+  }
+  EXPECT_GT(refused, 30);
+}
+
+TEST(BagReaderPlainIndex, TakesNoMemoryWhereItIsNotKept) {
+  const TempDir dir;
+  BagWriter writer(CompressionType::kNone, 1 << 20, "");
+  ASSERT_EQ(writer.open(dir / "a.kbag"), 0);
+  ASSERT_TRUE(writer.setTopics({"/a"}));
+  BagFile::TopicHeader header;
+  header.rawSize = header.storedSize = 1;
+  header.count = 1;
+  for (int i = 0; i < 20'000; ++i) {
+    header.time = header.headerTimes[0] = header.headerTimes[1] = 1'700'000'000'000'000 + i;
+    ASSERT_EQ(writer.write(header, "/a", "x"), 1);
+  }
+  ASSERT_TRUE(writer.close());
+  BagReader reader;
+  reader.keepNoIndex();
+  const LargestAllocation memory;
+  ASSERT_EQ(reader.open(dir / "a.kbag"), 0);
+  EXPECT_LE(memory.bytes(), osmik::File::kMaxPeekBytes + 64);
+}
+
+}  // namespace
+}  // namespace morva::test
