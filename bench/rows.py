@@ -154,6 +154,11 @@ LINES = [
            Command(f"{{bin}}/bench_write_messages {codec} {{inputs}}/mixed-none.kbag {{work}}/peer.kbag",
                    remove=("{work}/peer.kbag",)), clock="told")
       for codec, (name, _, plus) in zip(("none", "lz4", "zstd"), CODECS)),
+    *(Line(10, f"text: {text}", "snprintf", Times(goal), kernel=Kernel("bench_numbers", work))
+      for text, work, goal in (('float "%f"', "FloatSix", 0.10), ('seconds "%.6f"', "DoubleSix", 0.12),
+                               ('degrees "%.9f"', "DoubleNine", 0.10))),
+    Line(11, "decode lidar payload", "heap message", Times(0.4),
+         kernel=Kernel("bench_lidar_decode", "LidarDecode")),
     Line(12, "export 200,000 IMU rows", "librosbag + fprintf", Times(0.3),
          kbag("export", "imu"),
          Command("{bin}/bench_ros_imu_table {inputs}/imu.bag {work}/peer.csv", remove=("{work}/peer.csv",)),

@@ -5,6 +5,7 @@
 #include <google/protobuf/arena.h>
 #include <google/protobuf/stubs/logging.h>
 
+#include "messages/lidar_decoder.h"
 #include "messages/msg_converter_pri.h"
 
 namespace morva {
@@ -75,6 +76,7 @@ MsgConverter::Frames<GnssFrame> MsgConverter::fromGnssMsgArray(const std::string
 
 MsgConverter::Frames<PointCloudFrame> MsgConverter::fromPointCloudMsgArray(
     const std::string& payload) {
+  if (auto frames = decodeLidarPayload(payload)) return *std::move(frames);
   return convertEach<PointCloudFrame, pb::LidarPointMsgArray>(payload);
 }
 

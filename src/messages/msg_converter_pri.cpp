@@ -1,48 +1,16 @@
 #include "messages/msg_converter_pri.h"
 
 #include <cstdint>
-#include <limits>
 #include <string>
 
+#include "messages/sample_scale.h"
 #include "platform/data_crypto.h"
-#include "platform/date_time.h"
 #include "platform/file_path.h"
 
 namespace morva {
 namespace {
 
 namespace pb = protix::kbag_msgs;
-
-/// The factor of one sample's integer-coded values.
-class Scale {
- public:
-  explicit Scale(const pb::Header& header) : factor_(factorOf(header.scale())) {}
-
-  [[nodiscard]] double toDouble(std::int64_t coded) const {
-    return static_cast<double>(coded) * factor_;
-  }
-  /// Never out of range: no product of two 64-bit integers passes what a float can hold.
-  [[nodiscard]] float toFloat(std::int64_t coded) const {
-    return static_cast<float>(toDouble(coded));
-  }
-
- private:
-  static double factorOf(std::int64_t scale) {
-    if (scale > 0) return 1.0 / static_cast<double>(scale);
-    return scale == 0 ? 1.0 : static_cast<double>(scale);
-  }
-
-  double factor_;
-};
-
-double toSeconds(std::int64_t us) { return osmik::Time(us).toSec(); }
-
-std::int64_t addSaturated(std::int64_t a, std::int64_t b) {
-  std::int64_t sum = 0;
-  if (!__builtin_add_overflow(a, b, &sum)) return sum;
-  return b < 0 ? std::numeric_limits<std::int64_t>::min()
-               : std::numeric_limits<std::int64_t>::max();
-}
 
 /// A frame with the two fields that begin every frame.
 template <typename Frame>
@@ -65,7 +33,7 @@ std::uint32_t mapStatus(std::int32_t rawStatus) {
   }
 }
 
-PointIRT toPoint(const pb::LidarPoint& msg, const Scale& scale, std::int64_t frameTimeUs) {
+PointIRT toPoint(const pb::LidarPoint& msg, const SampleScale& scale, std::int64_t frameTimeUs) {
   PointIRT point;
   point.x = scale.toFloat(msg.x());
   point.y = scale.toFloat(msg.y());
@@ -91,7 +59,7 @@ std::string contentOf(const pb::FileMsg& msg) {
 }  // namespace
 
 std::shared_ptr<ImuFrame> MsgConverterPri::fromPBMsg(const pb::ImuMsg& msg) {
-  const Scale scale(msg.header());
+  const SampleScale scale(msg.header().scale());
   auto frame = makeFrame<ImuFrame>(msg.header());
   frame->imu = std::make_shared<ImuMsg>();
   frame->imu->time = toSeconds(msg.header().timestamp());
@@ -105,7 +73,7 @@ std::shared_ptr<ImuFrame> MsgConverterPri::fromPBMsg(const pb::ImuMsg& msg) {
 }
 
 std::shared_ptr<MagneticFrame> MsgConverterPri::fromPBMsg(const pb::MagneticMsg& msg) {
-  const Scale scale(msg.header());
+  const SampleScale scale(msg.header().scale());
   auto frame = makeFrame<MagneticFrame>(msg.header());
   frame->magX = scale.toFloat(msg.mag_x());
   frame->magY = scale.toFloat(msg.mag_y());
@@ -119,7 +87,7 @@ std::shared_ptr<MagneticFrame> MsgConverterPri::fromPBMsg(const pb::MagneticMsg&
 }
 
 std::shared_ptr<MotorFrame> MsgConverterPri::fromPBMsg(const pb::OdometryMsg& msg, double* angle) {
-  const Scale scale(msg.header());
+  const SampleScale scale(msg.header().scale());
   auto frame = makeFrame<MotorFrame>(msg.header());
   frame->motor = std::make_shared<MotorMsg>();
   frame->motor->time = toSeconds(msg.header().timestamp());
@@ -132,7 +100,7 @@ std::shared_ptr<MotorFrame> MsgConverterPri::fromPBMsg(const pb::OdometryMsg& ms
 }
 
 std::shared_ptr<GnssFrame> MsgConverterPri::fromPBMsg(const pb::GnssMsg& msg) {
-  const Scale scale(msg.header());
+  const SampleScale scale(msg.header().scale());
   auto frame = makeFrame<GnssFrame>(msg.header());
   frame->utcTime = msg.utc_time();
   frame->service = msg.service();
@@ -156,7 +124,7 @@ std::shared_ptr<GnssFrame> MsgConverterPri::fromPBMsg(const pb::GnssMsg& msg) {
 }
 
 std::shared_ptr<PointCloudFrame> MsgConverterPri::fromPBMsg(const pb::LidarPointMsg& msg) {
-  const Scale scale(msg.header());
+  const SampleScale scale(msg.header().scale());
   auto cloud = std::make_shared<PointCloud>();
   cloud->points.reserve(static_cast<std::size_t>(msg.points_size()));
   for (const pb::LidarPoint& point : msg.points()) {
