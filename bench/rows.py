@@ -173,6 +173,8 @@ LINES = [
          same=("{work}/ours/lidar_points", "{work}/peer")),
     Line(14, "unpack lidar", "PCL's ASCII writer", Times(0.08),
          kbag("unpack", "lidar"), into_folder("bench_cloud_pcl", "lidar.kbag")),
+    Line(15, "correct points", "textbook form", Times(0.25),
+         kernel=Kernel("bench_compensation", "Compensation")),
     Line(16, "corrected lidar", "textbook + snprintf", Times(0.15),
          Command("{bin}/bench_correct_clouds {inputs}/turning.kbag {work}/ours",
                  make=("{work}/ours/lidar_points",), remove=("{work}/ours",)),

@@ -1,10 +1,9 @@
 #include "export/points_transformer.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstddef>
 
-#include <Eigen/Geometry>
-
+#include "export/motor_brackets.h"
 #include "export/transform.h"
 
 namespace morva {
@@ -12,67 +11,25 @@ namespace {
 
 using MotorRecords = std::vector<std::shared_ptr<MotorMsg>>;
 
-constexpr float kSmallestRangeM = 0.001F;
-constexpr float kSlerpThreshold = 0.9999999F;  // above it the arc is as good as straight
-
-Eigen::Vector3f positionOf(const PointIRT& point) { return {point.x, point.y, point.z}; }
-
-void setPosition(const Eigen::Vector3f& position, PointIRT* point) {
-  point->x = position.x();
-  point->y = position.y();
-  point->z = position.z();
-}
-
-Eigen::Quaternionf orientationOf(const MotorMsg& motor) {
-  return {motor.qw, motor.qx, motor.qy, motor.qz};
-}
-
-/// Weights of the two ends of an arc, at the ratio u of it.
-struct SlerpWeights {
-  float first = 0.0F;
-  float second = 0.0F;
-};
-
-SlerpWeights slerpWeights(float dot, float u) {
-  SlerpWeights weights{1.0F - u, u};
-  const float cosine = std::abs(dot);
-  if (cosine < kSlerpThreshold) {
-    const float angle = std::acos(cosine);
-    const float sine = std::sin(angle);
-    weights = {std::sin((1.0F - u) * angle) / sine, std::sin(u * angle) / sine};
-  }
-  if (dot < 0.0F) weights.second = -weights.second;  // the shorter way round
-  return weights;
-}
-
-Eigen::Quaternionf interpolate(const MotorMsg& first, const MotorMsg& second, double time) {
-  const Eigen::Quaternionf from = orientationOf(first);
-  const Eigen::Quaternionf to = orientationOf(second);
-  // Records that are not in order have no time between them: take the second one, which is not
-  // earlier than the point.
-  const double span = second.time - first.time;
-  const double u = span > 0.0 ? (time - first.time) / span : 1.0;
-  const SlerpWeights weights = slerpWeights(from.dot(to), static_cast<float>(u));
-  return Eigen::Quaternionf(weights.first * from.coeffs() + weights.second * to.coeffs());
-}
-
-/// Index of the first record that is not earlier than `time`.
-std::size_t firstNotBefore(const MotorRecords& motors, double time) {
-  const auto found = std::ranges::lower_bound(motors, time, {}, &MotorMsg::time);
-  return static_cast<std::size_t>(found - motors.begin());
+/// The points from `at` on that one bracket holds, as many as a batch takes.
+std::span<PointIRT> runFrom(std::size_t at, const MotorBrackets::Bracket& bracket,
+                            std::span<PointIRT> points) {
+  const std::size_t limit = std::min(points.size(), at + PointBatch::kPoints);
+  std::size_t end = at + 1;
+  while (end < limit && bracket.holds(points[end].timestamp)) ++end;
+  return points.subspan(at, end - at);
 }
 
 }  // namespace
 
 bool PointsTransformer::setMotion(const char* name, const Eigen::Matrix4f& inverse,
-                                  Motion* motion) const {
+                                  AffineMotion* motion) const {
   Eigen::Matrix4d transform;
   if (!invertTransform(inverse, &transform)) {
     log_.error("the %s transform has no finite inverse!", name);
     return false;
   }
-  motion->rotation = transform.topLeftCorner<3, 3>().cast<float>();
-  motion->translation = transform.topRightCorner<3, 1>().cast<float>();
+  *motion = transform.topRows<3>();
   return true;
 }
 
@@ -90,13 +47,10 @@ bool PointsTransformer::setParameters(const SensorParameters& params) {
 }
 
 void PointsTransformer::CorrectLidarPoint(PointIRT& p) const {
-  const float range = std::sqrt(p.x * p.x + p.y * p.y + p.z * p.z);
-  if (!(range > kSmallestRangeM)) return;
-  const float elevation = std::asin(p.z / range) + lidar_.e;
-  const float azimuth = std::atan2(p.y, p.x);
-  p.z = range * std::sin(elevation);
-  p.x = range * std::cos(elevation) * std::cos(azimuth);
-  p.y = range * std::cos(elevation) * std::sin(azimuth);
+  PointBatch batch;
+  batch.load({&p, 1});
+  batch.elevate(lidar_.e);
+  batch.store({&p, 1});
 }
 
 int PointsTransformer::CorrectLidarAndTransformToImuFrame(
@@ -109,25 +63,51 @@ int PointsTransformer::CorrectLidarAndTransformToImuFrame(
     log_.error("cloud is empty!");
     return kTransformEmptyCloud;
   }
-  for (PointIRT& point : cloud->cloud->points) {
-    if (lidar_.calibrated) CorrectLidarPoint(point);
-    if (!compensatesMotor_) {
-      setPosition(imuFromLidar_ * positionOf(point), &point);
-      continue;
-    }
-    std::size_t next = firstNotBefore(motors, point.timestamp);
-    const bool isFirst = next == 0 && point.timestamp == motors.front()->time;
-    if (next == 0 && !isFirst) next = motors.size();  // too early is no better than too late
-    if (next == motors.size()) {
-      log_.warning("motor index out of range(%d>=%d)!", next, motors.size());
-      continue;
-    }
-    const Eigen::Quaternionf orientation =
-        isFirst ? orientationOf(*motors.front())
-                : interpolate(*motors[next - 1], *motors[next], point.timestamp);
-    setPosition(imuFromMotor_ * (orientation * (motorFromLidar_ * positionOf(point))), &point);
+  if (compensatesMotor_) {
+    followMotor(motors, cloud->cloud->points);
+  } else {
+    moveFromLidar(cloud->cloud->points);
   }
   return kTransformOk;
+}
+
+void PointsTransformer::moveFromLidar(std::span<PointIRT> points) const {
+  PointBatch batch;
+  while (!points.empty()) {
+    const auto run = points.first(std::min(points.size(), PointBatch::kPoints));
+    batch.load(run);
+    if (lidar_.calibrated) batch.elevate(lidar_.e);
+    batch.move(imuFromLidar_);
+    batch.store(run);
+    points = points.subspan(run.size());
+  }
+}
+
+void PointsTransformer::followMotor(const MotorRecords& motors, std::span<PointIRT> points) const {
+  const Log log("PointsTransformer", "CorrectLidarAndTransformToImuFrame");
+  MotorBrackets brackets(motors);
+  MotorBrackets::Bracket arcsBracket;
+  MotorArc arc;
+  PointBatch batch;
+  for (std::size_t at = 0; at < points.size();) {
+    const MotorBrackets::Bracket bracket = brackets.find(points[at].timestamp);
+    const std::span<PointIRT> run = runFrom(at, bracket, points);
+    batch.load(run);
+    if (lidar_.calibrated) batch.elevate(lidar_.e);
+    if (!bracket.isFound) {
+      log.warning("motor index out of range(%d>=%d)!", motors.size(), motors.size());
+    } else {
+      if (!arcsBracket.isFound || bracket.first != arcsBracket.first ||
+          bracket.second != arcsBracket.second) {
+        arcsBracket = bracket;
+        arc = MotorArc(motorFromLidar_, imuFromMotor_, *motors[bracket.first],
+                       *motors[bracket.second]);
+      }
+      batch.move(arc, run);
+    }
+    batch.store(run);
+    at += run.size();
+  }
 }
 
 }  // namespace morva
