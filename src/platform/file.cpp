@@ -18,6 +18,7 @@ constexpr std::size_t kJumpStepBytes = 4 * 1024;        // and next after a jump
 constexpr std::size_t kStepGrowth = 4;                  // while reading goes on
 constexpr std::size_t kDirectBytes = 16 * 1024;         // cheaper to read than to copy
 constexpr std::int64_t kNearBytes = 4 * 1024;           // a shorter way forward is not a jump
+constexpr std::size_t kDirectWriteBytes = 64 * 1024;    // cheaper to write than to copy
 constexpr std::size_t kMaxReservedBytes = 1024 * 1024;  // a larger write buffer grows as it is used
 
 int openFlags(OpenMode mode) {
@@ -218,7 +219,14 @@ std::int64_t File::write(const void* data, std::size_t size) {
   // At once: growing step by step, the buffer would need half as much again for its copies.
   if (buffer_.capacity() - buffer_.size() < size) buffer_.reserve(capacity);
   const char* const bytes = static_cast<const char*>(data);
-  buffer_.insert(buffer_.end(), bytes, bytes + size);
+  // Large data are handed over at once: a copy of them would have left the processor's cache by the
+  // time a large buffer is full. What the system does not take is kept like all else.
+  std::size_t taken = 0;
+  if (size >= kDirectWriteBytes && flush()) {
+    taken = static_cast<std::size_t>(std::max<std::int64_t>(writeAt(data, size, position_), 0));
+    position_ += static_cast<std::int64_t>(taken);
+  }
+  buffer_.insert(buffer_.end(), bytes + taken, bytes + size);
   return static_cast<std::int64_t>(size);
 }
 

@@ -157,10 +157,13 @@ TEST_F(DataExporterTopics, OneExporterServesAThreadForEachTopic) {
 
 TEST_F(DataExporterTopics, WritesAreAsLargeAsTheirBuffers) {
   constexpr std::size_t kMib = 1 << 20;
+  constexpr std::size_t kPieceBytes = 32 * 1024;  // large pieces pass the buffer by
   using Call = FailingFileCalls::Call;
   // 17 MiB through a buffer of 16 are two writes, and a table of 5 MiB through one of 4.
   pb::LogMsgArray log;
-  log.add_msgs()->set_data(std::string(kMib, 'x'));
+  for (std::size_t bytes = 0; bytes < kMib; bytes += kPieceBytes) {
+    log.add_msgs()->set_data(std::string(kPieceBytes, 'x'));
+  }
   for (int i = 0; i < 17; ++i) recording_.add("/raw_gnss_log", log);
   pb::ImuMsgArray samples;
   for (int i = 0; i < 75'000; ++i) samples.add_msgs()->mutable_header()->set_timestamp(i);

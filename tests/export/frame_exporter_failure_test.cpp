@@ -308,8 +308,9 @@ class RecordingFileCalls final : public osmik::FileCalls {
 
 TEST_F(FrameExporterFailure, GathersSixteenMebibytesForEachWrite) {
   pb::LogMsgArray array;
-  array.add_msgs()->set_data(std::string(1 << 20, 'x'));
-  for (int i = 0; i < 20; ++i) recording_.add("/raw_ppk_log", array);
+  // Small pieces: a large one is not gathered.
+  array.add_msgs()->set_data(std::string(16 << 10, 'x'));
+  for (int i = 0; i < 20 * 64; ++i) recording_.add("/raw_ppk_log", array);
   const MorvaBag::View messages = view("/raw_ppk_log");
   const RecordingFileCalls calls;
   EXPECT_TRUE(exportFrame("/raw_ppk_log", messages));

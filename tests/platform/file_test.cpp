@@ -465,6 +465,33 @@ TEST_F(FileWrite, BufferGathersSmallWrites) {
   EXPECT_EQ(calls_.count(Call::kPwrite), 1);
 }
 
+TEST_F(FileWrite, LargePieceIsHandedOverWithoutACopyBehindWhatIsBuffered) {
+  const std::string large = randomBytes(100'000);
+  open(1'000'000);
+  ASSERT_EQ(file_.write("before "), 7);
+  ASSERT_EQ(file_.write(large), 100'000);
+  EXPECT_EQ(readFile(path_), "before " + large);
+  ASSERT_EQ(file_.write(" after"), 6);
+  EXPECT_EQ(file_.pos(), 100'013);
+  ASSERT_TRUE(file_.close());
+  EXPECT_EQ(readFile(path_), "before " + large + " after");
+}
+
+TEST_F(FileWrite, LargePieceThatTheSystemDoesNotTakeIsKept) {
+  const std::string large = randomBytes(100'000);
+  open(1'000'000);
+  ASSERT_EQ(file_.write("before "), 7);
+  calls_.limitFileBytes(70'000);
+  EXPECT_EQ(file_.write(large), 100'000) << "as any other piece";
+  EXPECT_EQ(file_.write(large), 100'000) << "behind what could not be flushed";
+  EXPECT_EQ(file_.pos(), 200'007);
+  EXPECT_FALSE(file_.flush());
+  EXPECT_EQ(readFile(path_), ("before " + large).substr(0, 70'000));
+  calls_.limitFileBytes(-1);
+  EXPECT_TRUE(file_.close());
+  EXPECT_EQ(readFile(path_), "before " + large + large);
+}
+
 TEST_F(FileWrite, WithoutBufferEveryWriteReachesTheFile) {
   open(0);
   ASSERT_EQ(file_.writeData("abc", 3), 3);
