@@ -6,6 +6,7 @@
 #include "kit/command.h"
 #include "kit/console.h"
 #include "morva/version.h"
+#include "platform/memory.h"
 #include "platform/singleton.h"
 #include "platform/tracer.h"
 
@@ -25,6 +26,7 @@ void logToStandardError() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  osmik::keepFreedMemory();
   logToStandardError();
   CLI::App program(
       "Companion of kbag: examines and salvages damaged recordings, makes those of a\n"

@@ -8,6 +8,7 @@
 #include "platform/directory.h"
 #include "platform/file_path.h"
 #include "platform/log.h"
+#include "platform/memory.h"
 #include "platform/tracer.h"
 #include "tool/commands.h"
 #include "tool/console.h"
@@ -192,6 +193,7 @@ int run(int argc, char** argv) {
 }  // namespace morva
 
 int main(int argc, char** argv) {
+  osmik::keepFreedMemory();
   const int result = morva::run(argc, argv);
   // Results that did not reach their reader are worth a line, and no more: the command itself was
   // run.
