@@ -51,8 +51,8 @@ const DataOutput* findOutput(const std::string& topic) {
 
 }  // namespace
 
-DataExporter::DataExporter(MorvaBag* bag, const std::string& dir, Progress progress)
-    : bag_(bag), dir_(dir), progress_(std::move(progress)) {}
+DataExporter::DataExporter(MorvaBag* bag, const std::string& dir, Progress progress, Crew* crew)
+    : bag_(bag), dir_(dir), progress_(std::move(progress)), crew_(progress_ ? nullptr : crew) {}
 
 std::string DataExporter::dataFile(const std::string& topic) {
   const DataOutput* const output = findOutput(topic);

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "export/crew.h"
 #include "export/frame_loop.h"
 #include "export/sensor_parameters.h"
 #include "morva/bag.h"
@@ -32,7 +33,9 @@ class DataExporter {
   /// @param bag       Open for reading; not owned, must outlive the exporter.
   /// @param dir       Directory under which all outputs are created.
   /// @param progress  May be empty.
-  DataExporter(MorvaBag* bag, const std::string& dir, Progress progress);
+  /// @param crew      Other threads that may take clouds and pictures off the calling one; may be
+  ///                  null. Of no use with a progress callback, whose stop they would run ahead of.
+  DataExporter(MorvaBag* bag, const std::string& dir, Progress progress, Crew* crew = nullptr);
   virtual ~DataExporter() = default;
 
   /// Unpacks the messages of `view` into the topic's file, which replaces what has its name.
@@ -85,6 +88,7 @@ class DataExporter {
   MorvaBag* bag_;
   std::string dir_;
   Progress progress_;
+  Crew* crew_;
   Log log_{"DataExporter"};
 };
 

@@ -9,13 +9,16 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
+#include "export/crew.h"
 #include "export/data_exporter.h"
 #include "export/picture_module.h"
 #include "export/temporary_file.h"
 #include "messages/msg_converter.h"
 #include "platform/date_time.h"
 #include "platform/file_path.h"
+#include "platform/ignore_result.h"
 
 namespace morva {
 namespace {
@@ -157,16 +160,36 @@ class PictureUnpacker {
   const std::string directory_;
 };
 
+/// The frames of a message, with what decodeInMemory() made of each.
+struct DecodedMessage {
+  MsgConverter::Frames<ImageFrame> frames;
+  std::vector<std::optional<std::string>> jpegs;
+};
+
 }  // namespace
 
 bool DataExporter::unpackCameraImage(osmik::File* file, const MorvaBag::View& view) {
   const Log log("DataExporter", "unpackCameraImage");
   const PictureUnpacker unpacker(log, osmik::FilePath(file->path()).dirName());
-  const auto unpack = [&unpacker](const ImageFrame& frame) {
-    return unpacker.unpack(frame, PictureUnpacker::decodeInMemory(frame));
+  const MessageDone done = reportProgress();
+  const auto decode = [&](std::size_t number) {
+    std::string payload;
+    DecodedMessage message{
+        readFrames(log, *bag_, view.indexes[number], &MsgConverter::fromImageMsgArray, &payload),
+        {}};
+    for (const auto& frame : message.frames) {
+      message.jpegs.push_back(PictureUnpacker::decodeInMemory(*frame));
+    }
+    return message;
   };
-  const bool allUnpacked = forEachFrameWhile(log, *bag_, view, &MsgConverter::fromImageMsgArray,
-                                             unpack, reportProgress());
+  bool allUnpacked = true;
+  const auto write = [&](std::size_t number, const DecodedMessage& message) {
+    for (std::size_t i = 0; i < message.frames.size() && allUnpacked; ++i) {
+      allUnpacked = unpacker.unpack(*message.frames[i], message.jpegs[i]);
+    }
+    return allUnpacked && (!done || done(view.indexes[number]));
+  };
+  ignoreResult(forEachInOrder(crew_, view.indexes.size(), decode, write));  // a stop is no failure
   if (file->close() && allUnpacked) return true;
   log.error("unpack images error!");
   return false;

@@ -7,10 +7,13 @@
 #include <cstddef>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "export/cloud_workers.h"
+#include "export/crew.h"
 #include "export/data_exporter.h"
 #include "export/motor_window.h"
+#include "export/name_turns.h"
 #include "export/pcd_writer.h"
 #include "export/points_transformer.h"
 #include "messages/msg_converter.h"
@@ -24,6 +27,9 @@ namespace {
 /// Points further from the time of their cloud are taken for damaged: no motor records are sought
 /// for them, which would mean to read all of the recording.
 constexpr double kLongestScanS = 5.0;
+
+/// The clouds are files; nothing else is left of them.
+struct Nothing {};
 
 std::string cloudPath(const std::string& directory, const PointCloudMsg& cloud) {
   return directory + "/" + osmik::Time(cloud.time).toString() + ".pcd";
@@ -50,11 +56,26 @@ TimeSpan spanOf(const PointCloudMsg& cloud) {
 bool DataExporter::unpackLidarData(osmik::File* file, const MorvaBag::View& view) {
   const Log log("DataExporter", "unpackLidarData");
   const std::string directory = osmik::FilePath(file->path()).dirName();
-  const auto write = [&](const PointCloudFrame& frame) {
-    const std::string path = cloudPath(directory, *frame.cloud);
-    ignoreResult(savePcd(log, path, *frame.cloud->cloud));  // logged; the next cloud may go well
+  const MessageDone done = reportProgress();
+  NameTurns turns;
+  const auto writeClouds = [&](std::size_t number) {
+    NameTurns::Turn turn(&turns, number);
+    std::string payload;
+    const auto frames = readFrames(log, *bag_, view.indexes[number],
+                                   &MsgConverter::fromPointCloudMsgArray, &payload);
+    std::vector<std::string> paths;
+    for (const auto& frame : frames) paths.push_back(cloudPath(directory, *frame->cloud));
+    turn.take(paths);
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+      // A failure is logged; the next cloud may go well.
+      ignoreResult(savePcd(log, paths[i], *frames[i]->cloud->cloud));
+    }
+    return Nothing{};
   };
-  forEachFrame(log, *bag_, view, &MsgConverter::fromPointCloudMsgArray, write, reportProgress());
+  const auto count = [&](std::size_t number, Nothing /*written*/) {
+    return !done || done(view.indexes[number]);
+  };
+  ignoreResult(forEachInOrder(crew_, view.indexes.size(), writeClouds, count));  // a stop is none
 
   if (file->close()) return true;
   log.error("save pcd error: %s(%s)!", file->path(), std::generic_category().message(errno));

@@ -20,6 +20,18 @@ inline void logUndecodable(const Log& log, const MorvaBag::View::MsgIndex& index
             std::string(index.topicName.data()), index.chunkOffset);
 }
 
+/// Reads one message and converts it. No frames where it cannot be read, or, after an error line,
+/// converted.
+template <typename Convert>
+[[nodiscard]] auto readFrames(const Log& log, const MorvaBag& bag,
+                              const MorvaBag::View::MsgIndex& index, Convert convert,
+                              std::string* payload) -> decltype(convert(*payload)) {
+  if (!bag.readMessage(index, payload)) return {};
+  auto frames = convert(*payload);
+  if (frames.empty()) logUndecodable(log, index);
+  return frames;
+}
+
 /// Reads the messages of `view` in order and hands their frames, one by one, to `visit`, until it
 /// returns false. Messages that cannot be read or converted contribute nothing but an error line.
 ///
@@ -34,12 +46,8 @@ template <typename Convert, typename Visit>
                                      const MessageDone& done = {}) {
   std::string payload;
   for (const MorvaBag::View::MsgIndex& index : view.indexes) {
-    if (bag.readMessage(index, &payload)) {
-      const auto frames = convert(payload);
-      if (frames.empty()) logUndecodable(log, index);
-      for (const auto& frame : frames) {
-        if (frame != nullptr && !visit(*frame)) return false;
-      }
+    for (const auto& frame : readFrames(log, bag, index, convert, &payload)) {
+      if (frame != nullptr && !visit(*frame)) return false;
     }
     if (done && !done(index)) break;
   }

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "platform/held_log.h"
+
 namespace osmik {
 
 void STDSink::write(int /*level*/, std::string_view line) {
@@ -32,6 +34,10 @@ void Tracer::start(const std::string& path) {
 }
 
 void Tracer::write(int level, const std::string& line) {
+  if (morva::HeldLog* const held = morva::HeldLog::ofThread(); held != nullptr) {
+    held->add(level, line);
+    return;
+  }
   const std::lock_guard lock(mutex_);
   for (const auto& sink : sinks_) sink->write(level, line);
 }

@@ -17,12 +17,12 @@ std::string outputOf(const std::string& topic) {
 }
 
 bool exportFrames(MorvaBag* bag, const std::string& outDir, const std::string& topic,
-                  const View& view) {
+                  const View& view, Crew* /*crew*/) {
   return FrameExporter(bag, outDir).exportFrame(topic, view);
 }
 
 bool exportFramesAndImages(MorvaBag* bag, const std::string& outDir, const std::string& topic,
-                           const View& view) {
+                           const View& view, Crew* /*crew*/) {
   FrameExporter exporter(bag, outDir);
   const bool framesDone = exporter.exportFrame(topic, view);
   if (FrameExporter::imageFile(topic).empty()) return framesDone;

@@ -15,8 +15,8 @@ std::string outputOf(const std::string& topic) {
 }
 
 bool unpackData(MorvaBag* bag, const std::string& outDir, const std::string& topic,
-                const View& view) {
-  return DataExporter(bag, outDir, {}).exportData(topic, view);
+                const View& view, Crew* crew) {
+  return DataExporter(bag, outDir, {}, crew).exportData(topic, view);
 }
 
 TopicCommand unpackCommand() {

@@ -1,11 +1,15 @@
 #include "tool/topic_driver.h"
 
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <latch>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "platform/async_task_queue.h"
@@ -45,6 +49,40 @@ class HandleList {
   std::list<std::shared_ptr<MorvaBag>> bags_;
 };
 
+/// The workers of one run.
+class Workers {
+ public:
+  /// @param threads  Workers; of those that have no topic, only as many help as there are
+  /// processors.
+  Workers(int threads, std::size_t topics)
+      : topicsLeft_(topics),
+        crew_(std::min(static_cast<std::size_t>(threads),
+                       static_cast<std::size_t>(std::thread::hardware_concurrency()))) {}
+
+  /// Null where nobody can help anybody.
+  [[nodiscard]] Crew* crew() { return crew_.threads() < 2 ? nullptr : &crew_; }
+
+  /// Waits for a task that is under way, and makes itself useful meanwhile.
+  void await(const std::latch& ended) {
+    if (crew() == nullptr) return ended.wait();
+    crew_.helpUntil([&ended] { return ended.try_wait(); });
+  }
+  /// Tells all that wait that a task has ended.
+  void tell(std::latch* ended) {
+    ended->count_down();
+    --topicsLeft_;
+    crew_.wake();
+  }
+  /// Helps until no topic is left.
+  void help() {
+    crew_.helpUntil([this] { return topicsLeft_ == 0; });
+  }
+
+ private:
+  std::atomic<std::size_t> topicsLeft_;
+  Crew crew_;
+};
+
 /// The place of a task among those that write to the same output: it begins when the one before it
 /// has ended. Tasks are taken from the queue in the order in which turns were given, so that the
 /// one waited for is always under way.
@@ -58,14 +96,15 @@ class Turn {
   /// Holds the turn while it lives.
   class Scope {
    public:
-    explicit Scope(const Turn& turn) : ended_(turn.ended_) {
-      if (turn.before_ != nullptr) turn.before_->wait();
+    Scope(const Turn& turn, Workers* workers) : workers_(workers), ended_(turn.ended_) {
+      if (turn.before_ != nullptr) workers_->await(*turn.before_);
     }
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
-    ~Scope() { ended_->count_down(); }
+    ~Scope() { workers_->tell(ended_.get()); }
 
    private:
+    Workers* workers_;
     std::shared_ptr<std::latch> ended_;
   };
 
@@ -111,10 +150,11 @@ struct TopicTask {
   std::string outDir;
   std::string topic;
   Turn turn;
+  Workers* workers;
   HandleList* handles;
 
   void run() const {
-    const Turn::Scope holdTurn(turn);
+    const Turn::Scope holdTurn(turn, workers);
     const auto bag = std::make_shared<MorvaBag>();
     if (const int code = bag->open(bagPath, BagMode::kRead); code != MorvaBag::kOpenOk) {
       const Log log("", "operator()");
@@ -132,7 +172,7 @@ struct TopicTask {
     const View view = bag->getView(topic, 0, -1);
     Console::line(Ink::kCyan, "export %s start, topic: %s, index total: %d.", command->noun, topic,
                   view.indexes.size());
-    if (!command->exportTopic(bag, outDir, topic, view)) {
+    if (!command->exportTopic(bag, outDir, topic, view, workers->crew())) {
       Console::line(Ink::kYellow, "export topic[%s] error!", topic);
     }
     Console::line(Ink::kCyan, "export %s finished, topic: %s", command->noun, topic);
@@ -140,7 +180,7 @@ struct TopicTask {
 };
 
 void runTasks(const TopicCommand& command, const TopicRequest& request, const std::string& outDir,
-              AsyncTaskQueue* queue, HandleList* handles) {
+              AsyncTaskQueue* queue, Workers* workers, HandleList* handles) {
   Turns turns;
   for (const std::string& topic : request.topics) {
     const TopicTask task{.command = &command,
@@ -148,8 +188,14 @@ void runTasks(const TopicCommand& command, const TopicRequest& request, const st
                          .outDir = outDir,
                          .topic = topic,
                          .turn = turns.next(command.outputOf(topic)),
+                         .workers = workers,
                          .handles = handles};
     queue->putTask([task](const std::string&) { task.run(); }, "");
+  }
+  if (const Crew* const crew = workers->crew(); crew != nullptr) {
+    for (std::size_t helper = 1; helper < crew->threads(); ++helper) {
+      queue->putTask([workers](const std::string&) { workers->help(); }, "");
+    }
   }
   while (queue->size() != 0) {
   }
@@ -160,10 +206,11 @@ void runTasks(const TopicCommand& command, const TopicRequest& request, const st
 void runOnTopics(const TopicCommand& command, const TopicRequest& request) {
   const Time start = Time::fromMono();
   const Log log("", command.function);
-  HandleList handles;
-  AsyncTaskQueue queue;
   const int threads =
       request.threads < 1 ? static_cast<int>(request.topics.size()) : request.threads;
+  HandleList handles;
+  Workers workers(threads, request.topics.size());
+  AsyncTaskQueue queue;
   if (!queue.init(threads, workerSched())) {
     log.error("task queue init(%d) error!", threads);
     return;
@@ -175,7 +222,7 @@ void runOnTopics(const TopicCommand& command, const TopicRequest& request) {
     Console::line(Ink::kCyan, "no topics need to export.");
     return;
   }
-  runTasks(command, request, outDir, &queue, &handles);
+  runTasks(command, request, outDir, &queue, &workers, &handles);
   const float seconds = static_cast<float>(Time::usSinceMono(start)) * 1e-6F;
   Console::line(Ink::kGreen, "kbag export %s success, duration: %.6f Secs.", command.noun, seconds);
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "export/crew.h"
 #include "morva/bag.h"
 
 namespace morva {
@@ -20,9 +21,10 @@ struct TopicCommand {
   std::function<std::string(const std::string& topic)> outputOf;
 
   /// Exports one topic. Called by several workers at the same time, each with a bag of its own.
+  /// `crew` are the workers that have no topic to export; null where there is one worker alone.
   /// @return False when something of the topic is missing.
   std::function<bool(MorvaBag* bag, const std::string& outDir, const std::string& topic,
-                     const View& view)>
+                     const View& view, Crew* crew)>
       exportTopic;
 };
 
@@ -35,6 +37,7 @@ struct TopicRequest {
 };
 
 /// Runs `command` on every topic of `request` on a pool of workers, and returns when all are done.
+/// Workers for which no topic is left, or whose topic waits for another one, help the others.
 ///
 /// A topic that fails prints a line; the others go on. Where no worker can be started, one error
 /// line is logged and no directory is touched.

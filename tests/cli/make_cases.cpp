@@ -264,7 +264,9 @@ void writeLarge(const std::string& path) {
       const bool isManyFiles = topic.kind == Kind::kImage || topic.kind == Kind::kFile;
       const std::uint32_t samples = isCloud || isManyFiles ? 1 : 200;
       recording.write(topic.name, timeUs, timeUs + kSecondUs - 1,
-                      isCloud ? makeCloud(message, timeUs, kPoints)
+                      // The clouds of one time differ: the topics of lidars share their files.
+                      isCloud ? makeCloud(message, timeUs,
+                                          kPoints + static_cast<std::uint32_t>(topic.name.size()))
                               : makePayload(topic.kind, samples * message, timeUs, samples),
                       samples);
     }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <latch>
 #include <map>
 #include <mutex>
 #include <pthread.h>
@@ -80,8 +81,8 @@ class RunOnTopics : public testing::Test {
             .subDirs = {"/one", "/two/deep"},
             .outputOf = [](const std::string& topic) { return topic; },
             .exportTopic = [exportTopic = std::move(exportTopic)](
-                               MorvaBag*, const std::string&, const std::string& topic,
-                               const View&) { return exportTopic(topic); }};
+                               MorvaBag*, const std::string&, const std::string& topic, const View&,
+                               Crew*) { return exportTopic(topic); }};
   }
   TopicRequest requestOf(const Names& topics, int threads) {
     return {.bagPath = bag_, .topics = topics, .outDir = dir_.path(), .threads = threads};
@@ -122,7 +123,7 @@ TEST_F(RunOnTopics, ExporterGetsAnOpenBagTheDirectoryAndTheWholeView) {
   TopicCommand command = commandOf(nullptr);
   std::atomic<int> checked = 0;
   command.exportTopic = [&](MorvaBag* bag, const std::string& outDir, const std::string& topic,
-                            const View& view) {
+                            const View& view, Crew*) {
     EXPECT_EQ(outDir, dir_.path());
     EXPECT_EQ(topic, "/a");
     EXPECT_EQ(view.indexes.size(), 2U);
@@ -185,6 +186,41 @@ TEST_F(RunOnTopics, TopicsOfDifferentOutputsRunTogether) {
   });
   EXPECT_EQ(met, 3);
   EXPECT_TRUE(printed.has("start tasks: 3."));
+}
+
+TEST_F(RunOnTopics, WorkerWithoutATopicHelpsTheOthers) {
+  for (const Names& topics : {Names{"/a"}, Names{"/a", "/b"}}) {
+    std::latch meeting(2);
+    TopicCommand command = commandOf({});
+    // The second topic waits for the first one, whose two pieces wait for each other.
+    command.outputOf = [](const std::string&) { return "shared"; };
+    command.exportTopic = [&](MorvaBag*, const std::string&, const std::string& topic, const View&,
+                              Crew* crew) {
+      if (crew == nullptr || topic != "/a") return true;  // no second processor
+      return forEachInOrder(
+          crew, 2,
+          [&](std::size_t) {
+            meeting.arrive_and_wait();
+            return 0;
+          },
+          [](std::size_t, int) { return true; });
+    };
+    const Printed printed([&] { runOnTopics(command, requestOf(topics, 2)); });
+    EXPECT_TRUE(printed.has("success"));
+    EXPECT_FALSE(printed.has("error"));
+  }
+}
+
+TEST_F(RunOnTopics, OneWorkerHasNoHelp) {
+  bool hadHelp = true;
+  TopicCommand command = commandOf({});
+  command.exportTopic = [&](MorvaBag*, const std::string&, const std::string&, const View&,
+                            Crew* crew) {
+    hadHelp = crew != nullptr;
+    return true;
+  };
+  const Printed printed([&] { runOnTopics(command, requestOf({"/a"}, 1)); });
+  EXPECT_FALSE(hadHelp);
 }
 
 TEST_F(RunOnTopics, NegativeThreadsMeanOneForEachTopic) {
