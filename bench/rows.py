@@ -146,6 +146,8 @@ LINES = [
          Command("{kbag} --version"), EMPTY, pairs=31),
     Line(6, f"start: {INFO}", "empty program", More(0.010),
          Command("{kbag} info {inputs}/start.kbag"), EMPTY, pairs=31),
+    Line(7, "open an index of 1,000,000", "protobuf arena", Times(1.1),
+         kernel=Kernel("bench_index", "OpenIndex")),
     *reads("in-order"),
     *reads("shuffled"),
     *(Line(9, f"record mixed, {name}", f"write + checksum{plus}", Times(1.2),
