@@ -17,9 +17,8 @@ int MorvaBag::reindex(const std::string& path) {
   const std::string sidePath = path + std::string(layout::kSideFileSuffix);
   if (osmik::File::exists(sidePath)) log.warning("over write index file!");
 
-  View view;
   std::string index;
-  if (!scanMessages(path, &view, &index)) {
+  if (!scanMessages(path, nullptr, &index)) {
     log.error("reindex bag file(%s) error!", path);
     return kScanFailed;
   }

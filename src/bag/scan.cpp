@@ -46,9 +46,11 @@ bool scanMessages(const std::string& path, View* view, std::string* index) {
   IndexBuilder builder(names);
   const auto onMessage = [&](const BagFile::TopicHeader& entry, std::uint64_t chunkOffset) {
     const auto topicId = static_cast<std::uint32_t>(entry.topicId);
-    const auto name = names.find(topicId);
-    view->indexes.push_back(makeMsgIndex(topicId, entry, chunkOffset,
-                                         name == names.end() ? std::string() : name->second));
+    if (view != nullptr) {
+      const auto name = names.find(topicId);
+      view->indexes.push_back(makeMsgIndex(topicId, entry, chunkOffset,
+                                           name == names.end() ? std::string() : name->second));
+    }
     if (index != nullptr) builder.add(topicId, entry, chunkOffset);
     return true;
   };
