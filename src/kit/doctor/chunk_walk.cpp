@@ -35,31 +35,35 @@ const FoundChunk* ChunkWalk::followedTornAt(std::uint64_t offset) const {
   return isTornFollowed_[static_cast<std::size_t>(at - chunks_.torn.begin())] ? &*at : nullptr;
 }
 
-const FoundChunk* ChunkWalk::nextSound(std::uint64_t from, std::uint64_t end,
-                                       const std::vector<bool>& isSkipped) const {
-  auto at = std::ranges::lower_bound(chunks_.sound, from, {}, &FoundChunk::offset);
+/// The sound chunks that lie within [begin, end), whether or not they lie within each other.
+std::vector<const FoundChunk*> ChunkWalk::soundWithin(std::uint64_t begin, std::uint64_t end,
+                                                      const std::vector<bool>& isSkipped) const {
+  std::vector<const FoundChunk*> chunks;
+  auto at = std::ranges::lower_bound(chunks_.sound, begin, {}, &FoundChunk::offset);
   for (; at != chunks_.sound.end() && at->offset < end; ++at) {
     const auto place = static_cast<std::size_t>(at - chunks_.sound.begin());
     const bool isFree = isSkipped.empty() || !isSkipped[place];
-    if (isFree && at->end() <= end) return &*at;
+    if (isFree && at->end() <= end) chunks.push_back(&*at);
   }
-  return nullptr;
+  return chunks;
 }
 
 std::vector<ChunkWalk::Step> ChunkWalk::walk(std::uint64_t begin, std::uint64_t end,
                                              const std::vector<bool>& isSkipped) const {
+  const std::vector<const FoundChunk*> sound = soundWithin(begin, end, isSkipped);
+  auto next = sound.begin();
   std::vector<Step> steps;
   std::uint64_t at = begin;
   while (at < end) {
+    while (next != sound.end() && (*next)->offset < at) ++next;
     Step step{Step::Kind::kGap, at, end, nullptr};
-    const FoundChunk* const sound = nextSound(at, end, isSkipped);
     const FoundChunk* const torn = followedTornAt(at);
-    if (sound != nullptr && sound->offset == at) {
-      step = {Step::Kind::kChunk, at, sound->end(), sound};
+    if (next != sound.end() && (*next)->offset == at) {
+      step = {Step::Kind::kChunk, at, (*next)->end(), *next};
     } else if (torn != nullptr && torn->end() <= end) {
       step = {Step::Kind::kTorn, at, torn->end(), torn};
-    } else if (sound != nullptr) {
-      step.end = sound->offset;
+    } else if (next != sound.end()) {
+      step.end = (*next)->offset;
     }
     steps.push_back(step);
     at = step.end;

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <utility>
 #include <vector>
 
 #include "kit/doctor/chunk_finder.h"
@@ -40,8 +40,8 @@ class ChunkWalk {
  private:
   [[nodiscard]] bool isFollowed(std::size_t torn) const;
   [[nodiscard]] const FoundChunk* followedTornAt(std::uint64_t offset) const;
-  [[nodiscard]] const FoundChunk* nextSound(std::uint64_t from, std::uint64_t end,
-                                            const std::vector<bool>& isSkipped) const;
+  [[nodiscard]] std::vector<const FoundChunk*> soundWithin(
+      std::uint64_t begin, std::uint64_t end, const std::vector<bool>& isSkipped) const;
 
   const FoundChunks& chunks_;
   const std::uint64_t fileBytes_;

@@ -170,13 +170,28 @@ bool RecordingHead::canBeIndex(const FoundChunk& chunk, const IndexList& entries
   return hits(entries) * 2 >= messageTimes_.size();
 }
 
+/// With a lost header the index itself may be the only compressed chunk.
+std::optional<IndexList> RecordingHead::readIndex(const FoundChunk& chunk) {
+  auto entries = readIndexChunk(chunk, account_.compression, &source_);
+  if (entries || !account_.isCompressionGuessed) return entries;
+  for (const CompressionType codec : kCodecs) {
+    entries = readIndexChunk(chunk, static_cast<std::uint8_t>(codec), &source_);
+    if (!entries) continue;
+    if (codecOf(account_.compression) == nullptr) {
+      account_.compression = static_cast<std::uint8_t>(codec);
+    }
+    break;
+  }
+  return entries;
+}
+
 void RecordingHead::findIndex() {
   constexpr std::size_t kMaxCandidates = 8;
   std::size_t bestHits = 0;
   std::size_t tried = 0;
   for (auto at = indexChunks_.rbegin(); at != indexChunks_.rend() && tried < kMaxCandidates; ++at) {
     ++tried;
-    auto entries = readIndexChunk(**at, account_.compression, &source_);
+    auto entries = readIndex(**at);
     if (!entries || !canBeIndex(**at, *entries)) continue;
     const std::size_t count = hits(*entries);
     if (indexChunk_ != nullptr && count <= bestHits) continue;

@@ -1,6 +1,7 @@
 #ifndef MORVA_KIT_DOCTOR_RECORDING_HEAD_H_
 #define MORVA_KIT_DOCTOR_RECORDING_HEAD_H_
 
+#include <optional>
 #include <vector>
 
 #include "kit/doctor/account.h"
@@ -34,6 +35,7 @@ class RecordingHead {
   void readDefinition();
   void findCompression();
   [[nodiscard]] bool canBeIndex(const FoundChunk& chunk, const IndexList& entries) const;
+  [[nodiscard]] std::optional<IndexList> readIndex(const FoundChunk& chunk);
   void findIndex();
   void judgeIndex();
   void readSide();

@@ -243,6 +243,19 @@ TEST_F(ExaminationTest, LostHeaderLeavesEverythingElse) {
   }
 }
 
+TEST_F(ExaminationTest, CodecOfAnIndexThatAloneIsCompressedIsFoundOut) {
+  for (const auto compression : {CompressionType::kLz4, CompressionType::kZstd}) {
+    RecordingBuilder recording(compression);
+    for (int i = 0; i < 20; ++i) recording.addPayload("/free", std::to_string(i));
+    std::string bytes =
+        readFile(recording.write(dir_ / std::to_string(static_cast<int>(compression))));
+    bytes.replace(0, 4096 + 20, std::string(4096 + 20, '\0'));  // header and topic names
+    const Account account = examine(bytes);
+    EXPECT_EQ(count(account, Proof::kConfirmed), 20U);
+    EXPECT_EQ(account.compression, static_cast<std::uint8_t>(compression));
+  }
+}
+
 TEST_F(ExaminationTest, CutOutPieceOfTheHeaderMovesEverything) {
   bytes_.erase(200, 77);
   const Account account = examine(bytes_);
