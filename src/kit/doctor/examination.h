@@ -14,7 +14,7 @@ namespace morva::doctor {
 
 /// Looks through a recording, past every damage. Only ever reads.
 ///
-/// look(), then readPayloads(), then conclude(); account() shows more after each. Memory: some 200
+/// look(), then readPayloads(), then conclude(); account() shows more after each. Memory: some 450
 /// bytes a message, and the largest message.
 class Examination {
  public:

@@ -122,7 +122,13 @@ class Trial {
       // Without an index, a copy whose header is damaged cannot be told from another message.
       const bool isChanged = !isAsRecorded(output[i], sample);
       if (!isChanged || result.account.hasIndex) ++times[known->second];
+      const bool isIntact = damaging.whereIntact(sample.begin, sample.end) != std::string::npos;
+      const bool isIndexWhole = result.account.indexEntries == sample_.messages.size();
+      if (isIntact && isIndexWhole) {
+        EXPECT_EQ(proofs[i], Proof::kConfirmed) << "message " << known->second;
+      }
       if (!isChanged) continue;
+      EXPECT_FALSE(isIndexWhole) << "message " << known->second;
       ++totals_.changed;
       EXPECT_EQ(proofs[i], Proof::kUnverified) << "message " << known->second;
     }
