@@ -53,6 +53,11 @@ def main():
     large = work / "large.kbag"
     subprocess.run([make_cases, "--large", large], check=True)
     compare(program, "export", ["--images"], large, work, files=1000, table="csv/imu.csv")
+    # Clouds of one time that differ, and share their files.
+    clouds = work / "clouds"
+    clouds.mkdir()
+    lidars = ["/imu", "/hesai/pandar", "/livox/lidar", "/lidar"]
+    compare(program, "unpack", ["--topic", *lidars], large, clouds, files=200, table="imu.csv")
 
     # Pictures have to be real here. The topics are those that have an output, of two cameras.
     room = work / "room.kbag"
