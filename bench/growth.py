@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures how the cost of commands grows: with the size of a bag, with threads, with the number of topics.
 
-    bench/growth.py [--runs N] [--json FILE] [--build DIR] [--out DIR]
+    bench/growth.py [--runs N] [--json FILE] [--page FILE] [--build DIR] [--out DIR]
 
 Prints tables, with a projection for 100 GB of the same messages, and writes the figures as JSON. Files are
 in page cache; the projection adds no time for a disk.
@@ -126,14 +126,18 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--runs", type=int, default=5, help="runs of each command")
     parser.add_argument("--json", type=pathlib.Path, help="file to write (out/bench/growth.json)")
+    parser.add_argument("--page", type=pathlib.Path, help="document whose tables are replaced by these")
     parser.add_argument("--build", type=pathlib.Path, default=run_table.ROOT / "build/bench")
     parser.add_argument("--out", type=pathlib.Path, default=run_table.ROOT / "out/bench")
     arguments = parser.parse_args()
     growth = Growth(run_table.Bench(arguments.build.resolve(), arguments.out.resolve()), arguments.runs)
     result = {"machine": run_table.machine(), "sizes": growth.sizes(), "topics": growth.topics(),
               "threads": growth.threads()}
-    print("\n\n".join([*size_tables(result["sizes"]), topic_table(result["topics"]),
-                       thread_table(result["threads"])]))
+    text = "\n\n".join([*size_tables(result["sizes"]), topic_table(result["topics"]),
+                        thread_table(result["threads"])])
+    print(text)
+    if arguments.page:
+        run_table.fill_page(arguments.page, "growth", f"{text}\n\n{run_table.measured_on(result['machine'])}")
     target = arguments.json or arguments.out / "growth.json"
     target.parent.mkdir(parents=True, exist_ok=True)
     target.write_text(json.dumps(result, indent=1) + "\n")

@@ -182,6 +182,10 @@ LINES = [
                  make=("{work}/ours/lidar_points",), remove=("{work}/ours",)),
          into_folder("bench_correct_clouds_textbook", "turning.kbag"),
          close=("{work}/ours/lidar_points", "{work}/peer")),
+    *(Line(17, f"unpack camera, {kind}", "OpenCV, by file", Times(0.62),
+           kbag("unpack", f"camera-{kind}"), into_folder("bench_pictures_opencv", f"camera-{kind}.kbag"),
+           same=("{work}/ours/images/camera_0", "{work}/peer"))
+      for kind in ("natural", "noisy")),
     *(Line(18, f"unpack {name}: -t 2", "-t 1", Times(0.65),
            kbag("unpack", bag, "-t 2"), kbag("unpack", bag, "-t 1", "peer"), clock="wall",
            same=("{work}/ours", "{work}/peer"))

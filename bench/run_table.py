@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures the rows of the benchmark table, prints the table and writes it as JSON.
 
-    bench/run_table.py [--rows 1,4] [--pairs N] [--json FILE] [--build DIR] [--out DIR]
+    bench/run_table.py [--rows 1,4] [--pairs N] [--json FILE] [--page FILE] [--build DIR] [--out DIR]
 
 Commands run in turn with their peers, files in page cache; figures are medians. What cannot be measured
 here (a peer that is not installed) is said so. The exit status is 1 where a command failed, outputs that
@@ -264,7 +264,7 @@ def failed_result(line: table.Line, reason: str) -> dict:
 
 def figure_text(value: float, clock: str) -> str:
     if clock == "memory":
-        return f"{value / (1 << 20):.1f} MiB"
+        return f"{value / (1 << 20):.1f} MiB" if value < 1 << 30 else f"{value / (1 << 30):.1f} GiB"
     for unit, scale in (("s", 1.0), ("ms", 1e-3), ("us", 1e-6)):
         if value >= scale:
             return f"{value / scale:.3g} {unit}" if value < 100 * scale else f"{value / scale:.0f} {unit}"
@@ -292,6 +292,22 @@ def markdown(headings: tuple[str, ...], lines: list[tuple[str, ...]]) -> str:
     return "\n".join([texts[0], "|" + "|".join("-" * (width + 2) for width in widths) + "|", *texts[1:]])
 
 
+def fill_page(page: pathlib.Path, name: str, text: str) -> None:
+    """Puts a text between the lines "<!-- name -->" and "<!-- /name -->" of a document."""
+    start, end = f"<!-- {name} -->\n", f"<!-- /{name} -->"
+    before, found, rest = page.read_text().partition(start)
+    _, found_end, after = rest.partition(end)
+    if not found or not found_end:
+        raise Failure(f"{page} has no place for the {name}")
+    page.write_text(f"{before}{start}\n{text}\n\n{end}{after}")
+
+
+def measured_on(facts: dict) -> str:
+    """A line about the machine, for documents."""
+    return (f"Measured on {facts['processors']} processors ({facts['processor']}), {facts['system']}, on "
+            f"{facts['date'][:10]}, at {facts['commit'] or 'an unknown commit'}.")
+
+
 def machine() -> dict:
     model = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.MULTILINE)
     commit = subprocess.run(["git", "-C", ROOT, "describe", "--always", "--dirty"], text=True,
@@ -306,6 +322,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--rows", help="only these, such as 1,4,10")
     parser.add_argument("--pairs", type=int, help="runs of each, instead of each row's own number")
     parser.add_argument("--json", type=pathlib.Path, help="file to write (out/bench/table.json)")
+    parser.add_argument("--page", type=pathlib.Path, help="document whose table is replaced by this one")
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/bench")
     parser.add_argument("--out", type=pathlib.Path, default=ROOT / "out/bench")
     return parser.parse_args()
@@ -326,10 +343,14 @@ def main() -> int:
             print(f"  {reason}", file=sys.stderr)
             results.append(failed_result(line, str(reason)))
     results.sort(key=lambda result: result["row"])
-    print(markdown(HEADINGS, [cells(result) for result in results]))
+    text = markdown(HEADINGS, [cells(result) for result in results])
+    print(text)
+    facts = machine()
+    if arguments.page:
+        fill_page(arguments.page, "table", f"{text}\n\n{measured_on(facts)}")
     target = arguments.json or arguments.out / "table.json"
     target.parent.mkdir(parents=True, exist_ok=True)
-    target.write_text(json.dumps({"machine": machine(), "lines": results}, indent=1) + "\n")
+    target.write_text(json.dumps({"machine": facts, "lines": results}, indent=1) + "\n")
     print(f"\nwritten to {target}")
     return 1 if any("error" in result for result in results) else 0
 

@@ -36,7 +36,7 @@ def texts_of(line):
 
 class Rows(unittest.TestCase):
     def test_every_row_is_there(self):
-        self.assertLessEqual({line.row for line in rows.LINES}, set(range(1, 20)))
+        self.assertEqual({line.row for line in rows.LINES}, set(range(1, 20)))
 
     def test_a_line_is_either_commands_or_a_kernel(self):
         for line in rows.LINES:
@@ -203,6 +203,22 @@ class Runner(unittest.TestCase):
         status, result = self.run_lines(self.line(same=same))
         self.assertEqual(status, 1)
         self.assertIn("not alike", result["lines"][0]["error"])
+
+
+class Page(unittest.TestCase):
+    def test_the_table_replaces_the_old_one_and_nothing_else(self):
+        with tempfile.TemporaryDirectory() as name:
+            page = pathlib.Path(name, "page.md")
+            page.write_text("a\n<!-- table -->\n\nold\n\n<!-- /table -->\nb <!-- growth -->\n")
+            run_table.fill_page(page, "table", "new")
+            self.assertEqual(page.read_text(), "a\n<!-- table -->\n\nnew\n\n<!-- /table -->\nb <!-- growth -->\n")
+            with self.assertRaises(run_table.Failure):
+                run_table.fill_page(page, "growth", "new")
+
+    def test_the_performance_page_has_a_place_for_both(self):
+        text = (PROJECT / "docs/performance.md").read_text()
+        for name in ("table", "growth"):
+            self.assertRegex(text, f"(?s)<!-- {name} -->\n.*<!-- /{name} -->")
 
 
 class Outputs(unittest.TestCase):
