@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstddef>
 #include <limits>
 
 #include "bag/msg_index.h"
@@ -40,10 +42,14 @@ View MorvaBag::getView(const std::string& topic, std::int64_t startUs,
   if (index == nullptr) return view;
 
   const std::int64_t endUs = lastTimeUs(startUs, durationS);
+  const auto isSelected = [startUs, endUs](const BagFile::TopicHeader& entry) {
+    return entry.headerTimes[0] >= startUs && entry.headerTimes[0] <= endUs;
+  };
+  // A long topic's records are tens of megabytes, which must not be copied as the view grows.
+  view.indexes.reserve(static_cast<std::size_t>(std::ranges::count_if(index->entries, isSelected)));
   for (std::size_t i = 0; i < index->entries.size(); ++i) {
     const BagFile::TopicHeader& entry = index->entries[i];
-    const std::int64_t time = entry.headerTimes[0];
-    if (time < startUs || time > endUs) continue;
+    if (!isSelected(entry)) continue;
     view.indexes.push_back(makeMsgIndex(found->second, entry, index->chunkOffsets[i], topic));
   }
   return view;

@@ -13,6 +13,10 @@ namespace {
 
 namespace pb = protix::kbag_msgs;
 
+/// A payload up to which the message that it is parsed into is kept for the next one. Most samples
+/// come in such payloads, and making a message anew costs more than parsing them.
+constexpr std::size_t kSmallPayloadBytes = 4096;
+
 /// Large blocks, so that the points of a scan do not cost a heap block each.
 google::protobuf::ArenaOptions arenaOptions() {
   constexpr std::size_t kStartBlockBytes = 4096;
@@ -25,16 +29,19 @@ google::protobuf::ArenaOptions arenaOptions() {
 
 /// @return False where the payload is no such message; silently, while protobuf by itself would
 ///         write to standard error about text that is not UTF-8.
-bool parse(const std::string& payload, google::protobuf::Message* array) {
+bool parse(const std::string& payload, pb::FileMsgArray* array) {
   const google::protobuf::LogSilencer silencer;
   return array->ParseFromString(payload);
 }
 
-/// Parses `payload` as an `Array` and converts each of its samples with `convert`.
+/// The other messages hold no text.
+bool parse(const std::string& payload, google::protobuf::Message* array) {
+  return array->ParseFromString(payload);
+}
+
 template <typename Frame, typename Array, typename Convert>
-MsgConverter::Frames<Frame> convertEach(const std::string& payload, Convert convert) {
-  google::protobuf::Arena arena(arenaOptions());
-  auto* const array = google::protobuf::Arena::CreateMessage<Array>(&arena);
+MsgConverter::Frames<Frame> parseAndConvert(const std::string& payload, Array* array,
+                                            Convert convert) {
   if (!parse(payload, array)) return {};
 
   MsgConverter::Frames<Frame> frames;
@@ -43,6 +50,18 @@ MsgConverter::Frames<Frame> convertEach(const std::string& payload, Convert conv
     if (std::shared_ptr<Frame> frame = convert(msg)) frames.push_back(std::move(frame));
   }
   return frames;
+}
+
+/// Parses `payload` as an `Array` and converts each of its samples with `convert`.
+template <typename Frame, typename Array, typename Convert>
+MsgConverter::Frames<Frame> convertEach(const std::string& payload, Convert convert) {
+  if (payload.size() <= kSmallPayloadBytes) {
+    thread_local Array kept;
+    return parseAndConvert<Frame>(payload, &kept, convert);
+  }
+  google::protobuf::Arena arena(arenaOptions());
+  auto* const array = google::protobuf::Arena::CreateMessage<Array>(&arena);
+  return parseAndConvert<Frame>(payload, array, convert);
 }
 
 template <typename Frame, typename Array>

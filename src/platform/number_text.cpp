@@ -39,6 +39,14 @@ char* putEight(std::uint64_t digits, char* at) {
 
 /// A number below 10^8 without leading zeros.
 char* putBelowTen8(std::uint64_t number, char* at) {
+  if (number < 100) {  // coordinates and rates are that near to zero
+    const auto word = static_cast<std::uint32_t>(number);
+    const std::uint32_t tens = (word * 103) >> 10;
+    const std::uint32_t digits = tens | (word - 10 * tens) << 8 | 0x3030;
+    const std::uint32_t skipped = tens == 0 ? 1 : 0;
+    morva::storeLe(at, static_cast<std::uint16_t>(digits >> (8 * skipped)));
+    return at + 2 - skipped;
+  }
   const std::uint64_t digits = eightDigits(number);
   constexpr std::uint64_t kLastDigit = std::uint64_t{1} << 56;
   const int leadingZeros = std::countr_zero(digits | kLastDigit) / 8;
@@ -106,7 +114,9 @@ char* putFixed(double value, char* at) {
   } else if (shift <= kDoubleFractionBits) {
     whole = mantissa >> shift;
     const std::uint64_t rest = mantissa & ((std::uint64_t{1} << shift) - 1);
-    decimals = shiftRounded(Uint128{rest} * kPower, shift);
+    constexpr int kFitsInWord = 63 - std::bit_width(kPower);
+    decimals = shift <= kFitsInWord ? shiftRounded(rest * kPower, shift)
+                                    : shiftRounded(Uint128{rest} * kPower, shift);
   } else if (shift < 127) {  // beyond, even 2^53 * 10^9 is less than half of 2^shift
     decimals = shiftRounded(Uint128{mantissa} * kPower, shift);
   }

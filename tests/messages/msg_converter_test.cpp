@@ -53,6 +53,20 @@ TEST_P(EveryConverter, KeepsTheRecordedOrder) {
   EXPECT_EQ(GetParam().seqs(sample(5) + sample(3) + sample(4)), expected);
 }
 
+TEST_P(EveryConverter, PayloadsLeaveNothingToTheNextOne) {
+  using Seqs = std::vector<std::uint32_t>;
+  const std::string damaged = sample(6) + "\x0A\x7F";
+  std::string large;
+  for (int i = 0; i < 2000; ++i) large += sample(7);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(GetParam().seqs(sample(5) + sample(3)), (Seqs{5, 3}));
+    EXPECT_EQ(GetParam().seqs(std::string("\x0A\x00", 2)), (Seqs{0}));
+    EXPECT_EQ(GetParam().seqs(damaged), Seqs());
+    EXPECT_EQ(GetParam().seqs(sample(4)), (Seqs{4}));
+    EXPECT_EQ(GetParam().seqs(large), Seqs(2000, 7));
+  }
+}
+
 TEST_P(EveryConverter, EmptyPayloadGivesNoFrames) { EXPECT_TRUE(GetParam().seqs("").empty()); }
 
 TEST_P(EveryConverter, SampleWithoutAnyFieldReadsAsZeros) {
