@@ -7,6 +7,7 @@
 #include "morva/bag.h"
 #include "platform/ignore_result.h"
 #include "platform/log.h"
+#include "platform/memory.h"
 #include "storage/bag_reader.h"
 
 namespace morva {
@@ -47,6 +48,7 @@ View MorvaBag::getView(const std::string& topic, std::int64_t startUs,
   };
   // A long topic's records are tens of megabytes, which must not be copied as the view grows.
   view.indexes.reserve(static_cast<std::size_t>(std::ranges::count_if(index->entries, isSelected)));
+  osmik::useLargePages(view.indexes.data(), view.indexes.capacity() * sizeof(MsgIndex));
   for (std::size_t i = 0; i < index->entries.size(); ++i) {
     const BagFile::TopicHeader& entry = index->entries[i];
     if (!isSelected(entry)) continue;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/file_calls.h"
+#include "platform/memory.h"
 
 namespace osmik {
 namespace {
@@ -217,7 +218,10 @@ std::int64_t File::write(const void* data, std::size_t size) {
     return count;
   }
   // At once: growing step by step, the buffer would need half as much again for its copies.
-  if (buffer_.capacity() - buffer_.size() < size) buffer_.reserve(capacity);
+  if (buffer_.capacity() - buffer_.size() < size) {
+    buffer_.reserve(capacity);
+    useLargePages(buffer_.data(), capacity);
+  }
   const char* const bytes = static_cast<const char*>(data);
   // Large data are handed over at once: a copy of them would have left the processor's cache by the
   // time a large buffer is full. What the system does not take is kept like all else.

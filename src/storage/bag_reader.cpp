@@ -138,6 +138,7 @@ int BagReader::loadIndexChunk() {
     log.warning("read index chunk error!");
     return kOpenNoIndex;
   }
+  dropSpares();  // as large as the index, and needed for messages alone from here on
   if (chunk.type != layout::kIndexChunk) {
     log.warning("extend chunk type(0x%04X) error!", chunk.type);
     return kOpenNoIndex;

@@ -268,6 +268,11 @@ void BagReader::giveSpare(std::string spare) {
   if (file_) spares_.push_back(std::move(spare));
 }
 
+void BagReader::dropSpares() {
+  const std::lock_guard lock(mutex_);
+  spares_.clear();
+}
+
 bool BagReader::canBeIndexSize(std::uint32_t rawSize, std::int64_t fileSize) const {
   // An entry takes at most 63 bytes, the chunk of its message at least 52; a topic takes at
   // most 57. A few compressed bytes could otherwise restore to billions of entries.

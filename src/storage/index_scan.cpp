@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "platform/byte_order.h"
+#include "platform/memory.h"
 
 namespace morva {
 namespace {
@@ -330,6 +331,8 @@ std::shared_ptr<BagFile::TopicIndex> decodeTopic(std::string_view data, const En
   index->startTime = topic.totals.startTime;
   index->endTime = topic.totals.endTime;
   index->chunkOffsets.resize(topic.totals.chunks);
+  index->entries.reserve(topic.totals.chunks);
+  osmik::useLargePages(index->entries.data(), topic.totals.chunks * sizeof(BagFile::TopicHeader));
   index->entries.resize(topic.totals.chunks);
 
   const char* at = data.data() + topic.offsetsAt;
