@@ -6,6 +6,10 @@ target_compile_options(kbag_options INTERFACE
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
   $<$<BOOL:${KBAG_WERROR}>:-Werror>)
 
+if(KBAG_COVERAGE)
+  add_link_options(--coverage)
+endif()
+
 if(KBAG_SANITIZE)
   list(JOIN KBAG_SANITIZE "," sanitizers)
   # Everything in the process is instrumented alike, so this is a directory-wide setting.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a job needs, and nothing else.
 #
-#   scripts/install_packages.sh GROUP...       groups: build, bench, lint, interop
+#   scripts/install_packages.sh GROUP...       groups: build, bench, coverage, lint, interop
 #
 # Says what it will install, how much that downloads and how much disk it takes before it starts. Where
 # nothing is missing it prints nothing and uses neither apt nor the network.
@@ -26,6 +26,7 @@ declare -A groups=(
            libgtest-dev libgmock-dev python3"
   # The programs that the benchmarks compare with are linked by nothing else.
   [bench]="libbenchmark-dev librosbag-storage-dev python3-rosbag libpcl-io1.13"
+  [coverage]="gcovr"
   [lint]="clang-format clang-tidy python3 shellcheck"
   # Readers that are not ours. The point-cloud library without its development package, which would
   # bring over 300 more: the tests use the unpacked headers, and need libraries of their version.
