@@ -309,7 +309,7 @@ bool BagReader::readSideChunk(osmik::File* file, std::string* data) const {
   }
   if (rawSize == size) return true;
   std::string restored;
-  if (!compressor_ || !canBeIndexSize(rawSize, fileSize_) ||
+  if (!compressor_ || !canBeIndexSize(rawSize, fileSize_, topicNames_.size()) ||
       compressor_->decompress(data->data(), data->size(), rawSize, &restored) < 1) {
     restored.clear();
   }

@@ -127,7 +127,6 @@ class BagReader final : public BagFile {
   [[nodiscard]] std::string takeSpare();
   void giveSpare(std::string spare);
   void dropSpares();
-  [[nodiscard]] bool canBeIndexSize(std::uint32_t rawSize, std::int64_t fileSize) const;
   [[nodiscard]] bool seekToMessage(const MsgIndex& index, const std::string* data);
   [[nodiscard]] std::int64_t findChunk();
   template <typename T>

@@ -11,6 +11,7 @@
 #include "platform/byte_order.h"
 #include "platform/crc32.h"
 #include "platform/overwrite_string.h"
+#include "storage/index_codec.h"
 
 namespace morva {
 namespace {
@@ -248,7 +249,8 @@ bool BagReader::isPacked(const Chunk& chunk, const Stored& stored) const {
 std::int64_t BagReader::restore(const Chunk& chunk, std::int64_t offset, const Stored& stored,
                                 std::string_view packed, std::string* data) const {
   const auto rawSize = loadLe<std::uint32_t>(&chunk.header[layout::kRawSizeOffset]);
-  const bool canBe = chunk.type != layout::kIndexChunk || canBeIndexSize(rawSize, stored.fileSize);
+  const bool canBe = chunk.type != layout::kIndexChunk ||
+                     canBeIndexSize(rawSize, stored.fileSize, topicNames_.size());
   if (!canBe || compressor_->decompress(packed.data(), packed.size(), rawSize, data) < 1) {
     readLog().error("decompress error, chunk offset: 0x%016llX, msg size: %d!", offset, rawSize);
     return -1;
@@ -271,15 +273,6 @@ void BagReader::giveSpare(std::string spare) {
 void BagReader::dropSpares() {
   const std::lock_guard lock(mutex_);
   spares_.clear();
-}
-
-bool BagReader::canBeIndexSize(std::uint32_t rawSize, std::int64_t fileSize) const {
-  // An entry takes at most 63 bytes, the chunk of its message at least 52; a topic takes at
-  // most 57. A few compressed bytes could otherwise restore to billions of entries.
-  constexpr std::uint64_t kSlackBytes = 65'536;
-  constexpr std::uint64_t kTopicBytes = 64;
-  return rawSize / 2 <= static_cast<std::uint64_t>(std::max<std::int64_t>(fileSize, 0)) +
-                            kSlackBytes + kTopicBytes * topicNames_.size();
 }
 
 std::int64_t BagReader::read(const MsgIndex& index, std::string* data) {

@@ -1,5 +1,6 @@
 #include "storage/index_codec.h"
 
+#include <algorithm>
 #include <climits>
 
 #include <google/protobuf/arena.h>
@@ -122,6 +123,14 @@ bool decodeTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes) {
     if (isNew) entry->second = decodeTopic(data, topic);
   }
   return true;
+}
+
+bool canBeIndexSize(std::uint64_t rawSize, std::int64_t fileBytes, std::size_t topicCount) {
+  // An entry takes at most 63 bytes, the chunk of its message at least 52; a topic at most 57.
+  constexpr std::uint64_t kSlackBytes = 65'536;
+  constexpr std::uint64_t kTopicBytes = 64;
+  return rawSize / 2 <= static_cast<std::uint64_t>(std::max<std::int64_t>(fileBytes, 0)) +
+                            kSlackBytes + kTopicBytes * topicCount;
 }
 
 }  // namespace morva

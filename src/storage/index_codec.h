@@ -1,6 +1,8 @@
 #ifndef MORVA_STORAGE_INDEX_CODEC_H_
 #define MORVA_STORAGE_INDEX_CODEC_H_
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -32,6 +34,11 @@ namespace morva {
 
 /// The same by the general parser alone, whose verdict is the rule.
 [[nodiscard]] bool parseTopicIndexes(std::string_view data, BagFile::TopicIndexes* indexes);
+
+/// Whether the index of a file of `fileBytes` with `topicCount` topics can be as large as its chunk
+/// says. A few compressed bytes could otherwise restore to billions of entries.
+[[nodiscard]] bool canBeIndexSize(std::uint64_t rawSize, std::int64_t fileBytes,
+                                  std::size_t topicCount);
 
 }  // namespace morva
 
