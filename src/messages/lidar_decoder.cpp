@@ -31,6 +31,7 @@ constexpr Byte kPointRing = 0x28;
 constexpr Byte kPointTimeOffset = 0x30;
 
 constexpr std::size_t kVarintBytes = 8;  // longer ones are left to protobuf
+constexpr std::size_t kLengthBytes = 5;  // protobuf refuses longer lengths, superfluous bytes or not
 /// What reading a point may touch: six tags and numbers, or the whole of its at most 127 bytes, and
 /// the word that is read at once.
 constexpr std::size_t kPointReach = 127 + 1 + kVarintBytes;
@@ -94,9 +95,9 @@ class Input {
     return true;
   }
 
-  [[nodiscard]] bool takeVarint(std::uint64_t* value) {
+  [[nodiscard]] bool takeVarint(std::uint64_t* value, std::size_t maxBytes = kVarintBytes) {
     *value = 0;
-    for (unsigned shift = 0; shift < 7 * kVarintBytes && !isEmpty(); shift += 7) {
+    for (unsigned shift = 0; shift < 7 * maxBytes && !isEmpty(); shift += 7) {
       const Byte byte = *at_++;
       *value |= static_cast<std::uint64_t>(byte & 0x7FU) << shift;
       if (byte < 0x80) return true;
@@ -107,7 +108,7 @@ class Input {
   /// Takes a length and as many bytes.
   [[nodiscard]] bool takeSized(Input* part) {
     std::uint64_t length = 0;
-    if (!takeVarint(&length) || length > size()) return false;
+    if (!takeVarint(&length, kLengthBytes) || length > size()) return false;
     *part = Input(at_, at_ + length);
     at_ += length;
     return true;

@@ -297,6 +297,17 @@ TEST(LidarDecoder, TakesNumbersWithSuperfluousBytes) {
   EXPECT_EQ(judge("\x0A\x07\x12\x05\x08\x82\x80\x80\x00"s), Verdict::kDecoded);
 }
 
+TEST(LidarDecoder, LeavesLengthsOfMoreThanFiveBytesToProtobuf) {
+  using std::string_literals::operator""s;
+  const std::string five = "\x8A\x80\x80\x80\x00"s;
+  const std::string six = "\x8A\x80\x80\x80\x80\x00"s;
+  const std::string message = "\x0A\x02\x18\x07\x12\x04\x08\x02\x10\x04"s;
+  EXPECT_EQ(judge("\x0A"s + five + message), Verdict::kDecoded);
+  EXPECT_EQ(judge("\x0A"s + six + message), Verdict::kLeftToProtobuf);
+  EXPECT_EQ(judge("\x0A\x09\x0A\x82\x80\x80\x80\x80\x00\x18\x07"s), Verdict::kLeftToProtobuf);
+  EXPECT_TRUE(MsgConverter::fromPointCloudMsgArray("\x0A"s + six + message).empty());
+}
+
 TEST(LidarDecoder, TakesTheLargestNumbersOfItsForm) {
   pb::LidarPointMsgArray array;
   pb::LidarPointMsg* const msg = array.add_msgs();
