@@ -139,10 +139,13 @@ void IndexMatch::placeMoved() {
   std::vector<std::size_t> tried(free.size());  // by the begin of a run of equal keys
   for (std::size_t i = 0; i < entries_.size(); ++i) {
     if (places_[i]) continue;
-    const auto run = std::ranges::equal_range(free, keyOf(entries_[i].header), {}, keyOfChunk);
-    if (run.empty()) continue;
-    std::size_t& next = tried[static_cast<std::size_t>(run.begin() - free.begin())];
-    while (next < run.size() && !takeChunk(i, run[static_cast<std::ptrdiff_t>(next++)], true)) {
+    const auto key = keyOf(entries_[i].header);
+    const auto begin = std::ranges::lower_bound(free, key, {}, keyOfChunk);
+    const auto end = std::ranges::upper_bound(begin, free.end(), key, {}, keyOfChunk);
+    if (begin == end) continue;
+    std::size_t& next = tried[static_cast<std::size_t>(begin - free.begin())];
+    const auto count = static_cast<std::size_t>(end - begin);
+    while (next < count && !takeChunk(i, begin[static_cast<std::ptrdiff_t>(next++)], true)) {
     }
   }
 }
