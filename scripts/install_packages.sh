@@ -27,6 +27,8 @@ declare -A groups=(
   # The programs that the benchmarks compare with are linked by nothing else.
   [bench]="libbenchmark-dev librosbag-storage-dev python3-rosbag libpcl-io1.13"
   [coverage]="gcovr"
+  # The other compiler, with libFuzzer and the sanitizers, and what names the places in their reports.
+  [fuzz]="clang libclang-rt-14-dev llvm"
   [lint]="clang-format clang-tidy python3 shellcheck"
   # Readers that are not ours. The point-cloud library without its development package, which would
   # bring over 300 more: the tests use the unpacked headers, and need libraries of their version.
