@@ -38,7 +38,7 @@ PUBLIC = {
 SCHEMA = "kbag_msgs.pb.h"
 
 # Headers that not every layer may include, by how their names begin.
-SYSTEM = r"(sys|arpa|netinet|linux)/|(dirent|dlfcn|fcntl|poll|pthread|sched|signal|spawn|termios|unistd)\.h$"
+SYSTEM = r"(sys|arpa|netinet|linux)/|(dirent|dlfcn|fcntl|fnmatch|poll|pthread|sched|signal|spawn|termios|unistd)\.h$"
 RESTRICTED = [
     ("headers of the operating system", SYSTEM, {"platform"}),
     ("codec headers", r"(lz4|lz4hc|lz4frame|zstd|libdeflate|zlib)\.h$", {"platform"}),
