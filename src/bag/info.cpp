@@ -1,6 +1,9 @@
+#include <memory>
 #include <optional>
 
+#include "bag/device_record.h"
 #include "morva/bag.h"
+#include "platform/ignore_result.h"
 #include "storage/bag_reader.h"
 
 namespace morva {
@@ -37,6 +40,15 @@ BagInfo MorvaBag::getInfo() const {
     info.chunkCount += static_cast<std::uint32_t>(totals->chunks);
     info.topics.push_back(makeTopicInfo(name, id, *totals));
   }
+  return info;
+}
+
+DeviceInfo MorvaBag::getDeviceInfo(std::string* text) const {
+  DeviceInfo info;
+  const std::shared_ptr<BagReader> bag = reader();
+  if (bag == nullptr) return info;
+  // Neither of its forms: an empty record.
+  ignoreResult(decodeDeviceRecord(bag->header().privateData(), &info, text));
   return info;
 }
 

@@ -1,12 +1,11 @@
+#include "bag/device_record.h"
+
 #include <utility>
 
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
 
 #include "kbag_msgs.pb.h"
-#include "morva/bag.h"
-#include "platform/ignore_result.h"
-#include "storage/bag_reader.h"
 
 namespace morva {
 namespace {
@@ -60,20 +59,12 @@ bool decode(const std::string& bytes, DeviceInfo* info, std::string* text) {
 
 }  // namespace
 
-DeviceInfo MorvaBag::getDeviceInfo(std::string* text) const {
-  DeviceInfo info;
-  const std::shared_ptr<BagReader> bag = reader();
-  if (bag == nullptr) return info;
-  const std::string bytes = bag->header().privateData();
-  if (bytes.empty()) return info;
-
+bool decodeDeviceRecord(const std::string& bytes, DeviceInfo* info, std::string* text) {
+  if (bytes.empty()) return false;
   // The parser reports text that is not UTF-8 on standard error; here it only means an older
   // record.
   const google::protobuf::LogSilencer silencer;
-  if (!decode<pb::DeviceInfo>(bytes, &info, text)) {
-    ignoreResult(decode<pb::DeviceInfoV102>(bytes, &info, text));  // neither form: an empty record
-  }
-  return info;
+  return decode<pb::DeviceInfo>(bytes, info, text) || decode<pb::DeviceInfoV102>(bytes, info, text);
 }
 
 }  // namespace morva
