@@ -1,10 +1,7 @@
 #include "kit/doctor/topic_times.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <map>
-#include <vector>
 
 namespace morva::doctor {
 namespace {
@@ -12,21 +9,32 @@ namespace {
 constexpr std::size_t kMinSteps = 10;
 constexpr std::uint64_t kGapPeriods = 3;
 
-struct Step {
-  std::uint64_t offset = 0;  ///< of the later message
-  std::int64_t fromUs = 0, toUs = 0;
+void note(const TopicTimes& times, TopicAccount* topic) {
+  const std::uint64_t periodUs = times.periodUs();
+  topic->firstUs = times.leastUs();
+  topic->lastUs = times.greatestUs();
+  topic->periodUs = static_cast<std::int64_t>(periodUs);
+  topic->gaps = times.gaps(periodUs);
+  topic->stepsBack = times.stepsBack();
+}
 
-  [[nodiscard]] bool isBack() const { return toUs < fromUs; }
-  /// Hostile times may lie farther apart than their own type can tell.
-  [[nodiscard]] std::uint64_t lengthUs() const {
-    return static_cast<std::uint64_t>(toUs) - static_cast<std::uint64_t>(fromUs);
+}  // namespace
+
+void TopicTimes::add(std::uint64_t offset, std::int64_t timeUs) {
+  if (messages_ == 0) {
+    leastUs_ = greatestUs_ = timeUs;
+  } else {
+    leastUs_ = std::min(leastUs_, timeUs);
+    greatestUs_ = std::max(greatestUs_, timeUs);
+    steps_.push_back({offset, lastUs_, timeUs});
   }
-};
+  lastUs_ = timeUs;
+  ++messages_;
+}
 
-/// The median of the steps forward where they are regular; else 0.
-std::uint64_t periodOf(const std::vector<Step>& steps) {
+std::uint64_t TopicTimes::periodUs() const {
   std::vector<std::uint64_t> lengths;
-  for (const Step& step : steps) {
+  for (const Step& step : steps_) {
     if (!step.isBack()) lengths.push_back(step.lengthUs());
   }
   if (lengths.size() < kMinSteps) return 0;
@@ -39,39 +47,32 @@ std::uint64_t periodOf(const std::vector<Step>& steps) {
   return static_cast<std::size_t>(regular) * 10 >= lengths.size() * 9 ? period : 0;
 }
 
-void assess(const std::vector<Step>& steps, TopicAccount* topic) {
-  const std::uint64_t period = periodOf(steps);
-  topic->periodUs = static_cast<std::int64_t>(period);
-  for (const Step& step : steps) {
-    if (step.isBack()) {
-      topic->stepsBack.push_back({step.offset, step.fromUs, step.toUs});
-    } else if (period > 0 && step.lengthUs() / kGapPeriods >= period &&
-               step.lengthUs() > kGapPeriods * period) {
-      const std::uint64_t missing = (step.lengthUs() + period / 2) / period - 1;
-      topic->gaps.push_back({step.fromUs, step.toUs, missing});
-    }
+std::vector<Gap> TopicTimes::gaps(std::uint64_t periodUs) const {
+  std::vector<Gap> gaps;
+  if (periodUs == 0) return gaps;
+  for (const Step& step : steps_) {
+    if (step.isBack() || step.lengthUs() / kGapPeriods < periodUs) continue;
+    if (step.lengthUs() == kGapPeriods * periodUs) continue;
+    const std::uint64_t missing = (step.lengthUs() + periodUs / 2) / periodUs - 1;
+    gaps.push_back({step.fromUs, step.toUs, missing});
   }
+  return gaps;
 }
 
-}  // namespace
+std::vector<StepBack> TopicTimes::stepsBack() const {
+  std::vector<StepBack> back;
+  for (const Step& step : steps_) {
+    if (step.isBack()) back.push_back({step.offset, step.fromUs, step.toUs});
+  }
+  return back;
+}
 
 void assessTimes(Account* account) {
-  std::map<std::int32_t, std::vector<Step>> steps;
-  std::map<std::int32_t, std::int64_t> lastUs;
+  std::map<std::int32_t, TopicTimes> times;
   for (const Message& message : account->messages) {
-    const std::int64_t timeUs = message.header.headerTimes[0];
-    TopicAccount& topic = account->topics[message.header.topicId];
-    const auto [last, isFirst] = lastUs.emplace(message.header.topicId, timeUs);
-    if (isFirst) {
-      topic.firstUs = topic.lastUs = timeUs;
-      continue;
-    }
-    topic.firstUs = std::min(topic.firstUs, timeUs);
-    topic.lastUs = std::max(topic.lastUs, timeUs);
-    steps[message.header.topicId].push_back({message.offset, last->second, timeUs});
-    last->second = timeUs;
+    times[message.header.topicId].add(message.offset, message.header.headerTimes[0]);
   }
-  for (const auto& [id, topicSteps] : steps) assess(topicSteps, &account->topics[id]);
+  for (const auto& [id, topicTimes] : times) note(topicTimes, &account->topics[id]);
 }
 
 }  // namespace morva::doctor
