@@ -14,7 +14,7 @@ log=$root/build/packages.log
 declare -A groups=(
   # The compiler and its helpers; codecs and CRC-32; stored messages; calibration documents; text,
   # command line, JSON; matrices, and what the PCL headers include; camera pictures; the simulator's
-  # cameras; tests.
+  # cameras; tests, and what validates JSON in them.
   [build]="g++ cmake ninja-build ccache pkg-config
            liblz4-dev libzstd-dev libdeflate-dev
            libprotobuf-dev protobuf-compiler
@@ -23,7 +23,7 @@ declare -A groups=(
            libeigen3-dev libboost-dev
            libopencv-core-dev libopencv-imgcodecs-dev libopencv-videoio-dev
            libavcodec-dev libavutil-dev libavformat-dev libswscale-dev libturbojpeg0-dev
-           libgtest-dev libgmock-dev python3"
+           libgtest-dev libgmock-dev python3 python3-jsonschema"
   # The programs that the benchmarks compare with are linked by nothing else.
   [bench]="libbenchmark-dev librosbag-storage-dev python3-rosbag libpcl-io1.13"
   [coverage]="gcovr"

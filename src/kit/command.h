@@ -20,9 +20,13 @@ enum ExitCode : int {
 using AddCommand = void (*)(CLI::App* program, int* exitCode);
 
 void addBatchCommand(CLI::App* program, int* exitCode);
+void addCatCommand(CLI::App* program, int* exitCode);
 void addDoctorCommand(CLI::App* program, int* exitCode);
+void addInfoCommand(CLI::App* program, int* exitCode);
+void addMessagesCommand(CLI::App* program, int* exitCode);
 void addSalvageCommand(CLI::App* program, int* exitCode);
 void addSimulateCommand(CLI::App* program, int* exitCode);
+void addTopicsCommand(CLI::App* program, int* exitCode);
 
 }  // namespace morva::kit
 

@@ -1,5 +1,6 @@
 #include "kit/console.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -24,6 +25,16 @@ std::string coloured(std::string_view text, int code) {
   static const bool kColour = hasColour();
   if (!kColour) return std::string(text);
   return "\033[" + std::to_string(code) + "m" + std::string(text) + "\033[0m";
+}
+
+std::string printable(std::string text) {
+  std::ranges::replace_if(
+      text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; }, '?');
+  return text;
+}
+
+bool print(std::string_view text) {
+  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
 }
 
 const std::shared_ptr<osmik::TracerSink>& standardErrorSink() {

@@ -16,6 +16,13 @@ namespace morva::kit {
 /// conditions.
 [[nodiscard]] std::string coloured(std::string_view text, int code);
 
+/// Text with "?" for control characters: that of a damaged file must not steer the terminal.
+[[nodiscard]] std::string printable(std::string text);
+
+/// Writes to standard output. @return False where it takes no more: nobody reads it, or its disk is
+/// full.
+[[nodiscard]] bool print(std::string_view text);
+
 /// Where the program's log lines go. A command that writes over lines of standard error takes it
 /// away from the log for as long.
 [[nodiscard]] const std::shared_ptr<osmik::TracerSink>& standardErrorSink();

@@ -7,6 +7,7 @@
 #include "kit/console.h"
 #include "morva/version.h"
 #include "platform/memory.h"
+#include "platform/pipe.h"
 #include "platform/singleton.h"
 #include "platform/tracer.h"
 
@@ -14,8 +15,9 @@ namespace {
 
 using namespace morva::kit;
 
-constexpr std::array<AddCommand, 4> kCommands = {addBatchCommand, addDoctorCommand,
-                                                 addSalvageCommand, addSimulateCommand};
+constexpr std::array kCommands = {addInfoCommand,  addTopicsCommand,  addMessagesCommand,
+                                  addCatCommand,   addDoctorCommand,  addSalvageCommand,
+                                  addBatchCommand, addSimulateCommand};
 
 void logToStandardError() {
   auto& tracer = osmik::Singleton<osmik::Tracer>::getInstance();
@@ -27,10 +29,11 @@ void logToStandardError() {
 
 int main(int argc, char** argv) {
   osmik::keepFreedMemory();
+  osmik::outliveBrokenPipes();
   logToStandardError();
   CLI::App program(
-      "Companion of kbag: examines and salvages damaged recordings, makes those of a\n"
-      "simulated device, and unpacks many",
+      "Companion of kbag: shows recordings to people and scripts, examines and salvages\n"
+      "damaged ones, unpacks many, and makes those of a simulated device",
       "kbagkit");
   program.set_version_flag("--version", std::string("kbagkit ") + morva::kVersion);
   program.require_subcommand(1);
@@ -42,8 +45,9 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return program.exit(error) == 0 ? kDone : kUsage;  // prints the help or what is wrong
   }
-  // A result that did not reach its reader is no result.
+  // A result that did not reach its reader is no result, unless the reader wanted no more.
   const bool isLost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+  if (isLost && osmik::isReaderGone(osmik::StandardStream::kOutput)) return exitCode;
   if (isLost && (exitCode == kDone || exitCode == kDoneWithLosses)) return kFailed;
   return exitCode;
 }

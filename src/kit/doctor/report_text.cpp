@@ -12,6 +12,7 @@
 namespace morva::doctor {
 namespace {
 
+using kit::printable;
 using osmik::StrUtil;
 
 constexpr int kRed = 31;
@@ -29,13 +30,6 @@ int colourOf(Verdict verdict) {
       break;
   }
   return kRed;
-}
-
-/// Text of a damaged file must not steer the terminal.
-std::string printable(std::string text) {
-  std::ranges::replace_if(
-      text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; }, '?');
-  return text;
 }
 
 std::string labelOf(const Account& account, std::int64_t topicId) {
