@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <exception>
 #include <utility>
@@ -102,7 +103,8 @@ int BagTool::GetErrorCode() const { return errorCode_; }
 
 int BagTool::GetProgress() const {
   const float progress = progress_;
-  return std::isfinite(progress) ? static_cast<int>(progress) : 0;
+  // An index may say of a topic that it holds less than its messages do.
+  return std::isfinite(progress) ? static_cast<int>(std::clamp(progress, 0.0F, 100.0F)) : 0;
 }
 
 bool BagTool::IsTaskFinished() const { return state_ == kIdle; }

@@ -1,6 +1,9 @@
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -8,6 +11,9 @@
 #include <gtest/gtest.h>
 
 #include "morva/batch_task.h"
+#include "platform/singleton.h"
+#include "platform/tracer.h"
+#include "support/bag_builder.h"
 #include "support/temp_dir.h"
 #include "task/probed_tool.h"
 #include "task/recordings.h"
@@ -99,6 +105,62 @@ TYPED_TEST(BatchTaskPoll, PollingGoesOnWhileAnotherThreadStops) {
   tool.StopTask();
   EXPECT_TRUE(tool.IsTaskFinished());
   EXPECT_THAT(tool.GetErrorCode(), testing::AnyOf(BagTool::kSuccess, BagTool::kStopped));
+}
+
+/// Looks at a task's progress whenever a line is logged, which the task waits for.
+class ProgressAtLines final : public osmik::TracerSink {
+ public:
+  explicit ProgressAtLines(const BagTool* tool) : tool_(tool) {}
+  void write(int /*level*/, std::string_view /*line*/) override {
+    seen_.push_back(tool_->GetProgress());
+  }
+  [[nodiscard]] const std::vector<int>& seen() const { return seen_; }
+
+ private:
+  const BagTool* tool_;
+  std::vector<int> seen_;
+};
+
+/// Writes a project whose index says that its one topic holds a single byte. It holds two messages
+/// of 1,000, and one that cannot be read, which costs a line.
+void recordUnderstatedProject(const std::string& path) {
+  const std::string payload = logMessage("/raw_gnss_log", std::string(990, 'x')).payload;
+  BagBuilder builder;
+  builder.topic(0, "/raw_gnss_log");
+  BuiltIndex topic{.topicId = 0, .countSum = 3, .rawSizeSum = 1, .offsets = {}, .messages = {}};
+  for (std::size_t i = 0; i < 3; ++i) {
+    BuiltMessage message;
+    message.stored = payload;
+    builder.message(message);
+    topic.offsets.push_back(builder.chunkOffset(i));
+    topic.messages.push_back(message);
+  }
+  std::string bag = builder.buildUnclosed();
+  bag.back() = static_cast<char>(bag.back() ^ 1);
+  HeaderFields side = builder.header;
+  side.dataStart = builder.dataStart();
+  side.indexChunkOffset = 4096;
+  const std::string index = indexBytes({topic});
+  std::filesystem::create_directories(path);
+  writeFile(path + "/" + kBagName, bag);
+  writeFile(path + "/" + kBagName + ".index",
+            headerBytes(side) + chunkBytes(255, timedChunkHeader(index.size()), index));
+}
+
+TYPED_TEST(BatchTaskPoll, ProgressStaysAPercentageWhereTheIndexUnderstates) {
+  TempDir dir;
+  recordUnderstatedProject(dir / "p");
+  TypeParam tool;
+  ASSERT_TRUE(tool.Init({{{dir / "p", dir / "out"}}, dir / "log"}));
+  const auto sink = std::make_shared<ProgressAtLines>(&tool);
+  osmik::Tracer& tracer = osmik::Singleton<osmik::Tracer>::getInstance();
+  tracer.addSink(sink);
+  tool.StartTask();
+  waitUntilFinished(tool);
+  tool.StopTask();
+  tracer.removeSink(sink);
+  EXPECT_THAT(sink->seen(), testing::Each(testing::AllOf(testing::Ge(0), testing::Le(100))));
+  EXPECT_THAT(sink->seen(), testing::Contains(100));
 }
 
 }  // namespace
