@@ -25,6 +25,15 @@ std::unique_ptr<basalt::Compressor> codecOf(std::uint8_t compression) {
   return nullptr;
 }
 
+/// Whether a chunk of a type that there is, with a header of the usual sizes, may begin here: a
+/// quick look, since most places do not.
+bool mayBeChunk(std::string_view bytes) {
+  if (bytes.size() < layout::kChunkFramingBytes) return false;
+  const auto type = loadLe<std::uint16_t>(bytes.data() + layout::kChunkTypeOffset);
+  const auto headerSize = loadLe<std::uint16_t>(bytes.data() + layout::kHeaderSizeOffset);
+  return type <= 0xFF && headerSize >= layout::kMinChunkHeaderBytes && headerSize <= 0xFF;
+}
+
 /// The chunk at the start of `bytes`, where its sizes lie within them.
 std::optional<DraftChunk> parseChunk(std::string_view bytes) {
   if (bytes.size() < layout::kChunkFramingBytes) return std::nullopt;
@@ -123,7 +132,10 @@ BagDraft BagDraft::parse(std::string_view bytes) {
     if (!chunk) {
       // Bytes up to where another chunk begins, or all that is left.
       std::size_t next = at + 1;
-      while (next < bytes.size() && !parseChunk(bytes.substr(next, 1024))) ++next;
+      while (next < bytes.size() &&
+             (!mayBeChunk(bytes.substr(next)) || !parseChunk(bytes.substr(next)))) {
+        ++next;
+      }
       chunk.emplace();
       chunk->isChunk = false;
       chunk->data = bytes.substr(at, next - at);
