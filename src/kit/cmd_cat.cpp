@@ -10,6 +10,7 @@
 #include "kit/inspect/sample_listing.h"
 #include "kit/inspect/schemas.h"
 #include "kit/list_options.h"
+#include "platform/ignore_result.h"
 
 namespace morva::kit {
 
@@ -43,7 +44,7 @@ ExitCode run(const Arguments& arguments) {
           openForList(arguments.bag, arguments.list, &recording)) {
     inspect::JsonWriter json;
     writeFailure(inspect::kCatSchema, recording, *problem, &json);
-    if (!arguments.csv) static_cast<void>(print(json.text()));
+    if (!arguments.csv) ignoreResult(print(json.text()));  // a failure in any case
     return kFailed;
   }
   SampleListing listing(&recording, arguments.list.selection, arguments.detail);

@@ -1,6 +1,7 @@
 #ifndef MORVA_KIT_LIST_OPTIONS_H_
 #define MORVA_KIT_LIST_OPTIONS_H_
 
+#include <optional>
 #include <string>
 #include <vector>
 

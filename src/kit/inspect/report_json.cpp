@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "kit/doctor/report_words.h"
 #include "kit/inspect/sample_table.h"

@@ -2,6 +2,7 @@
 #define MORVA_KIT_INSPECT_TEXT_TABLE_H_
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace morva::inspect {

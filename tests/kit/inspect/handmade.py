@@ -81,12 +81,12 @@ def record(path, topics, messages, closed=True, private=b""):
 
 
 def topic_index(topic, rows):
-    data = number(1, topic)
+    data = [number(1, topic)]
     if rows:
-        data += number(2, sum(row[3] for row in rows)) + number(3, sum(row[4] for row in rows))
-        data += number(4, min(row[1] for row in rows)) + number(5, max(row[2] for row in rows))
-        data += blob(6, b"".join(varint(row[0]) for row in rows))
+        data += [number(2, sum(row[3] for row in rows)), number(3, sum(row[4] for row in rows)),
+                 number(4, min(row[1] for row in rows)), number(5, max(row[2] for row in rows)),
+                 blob(6, b"".join(varint(row[0]) for row in rows))]
     for _, time_us, second_us, count, size in rows:
-        data += blob(7, number(1, time_us) + number(2, count) + number(3, size) + number(4, time_us) +
-                     number(5, second_us) + number(6, size))
-    return data
+        data.append(blob(7, number(1, time_us) + number(2, count) + number(3, size) + number(4, time_us) +
+                         number(5, second_us) + number(6, size)))
+    return b"".join(data)
