@@ -18,8 +18,11 @@ class BagReader;
 ///
 /// Closed -> open() -> open -> close() -> closed, as often as wanted; opening again replaces what
 /// was open. Failures are return values and one log line; nothing is thrown. Threads: readMessage()
-/// may be called from any number of threads at the same time. open(), close() and writeMessage()
-/// must not run at the same time as any other operation on the same handle.
+/// may be called from any number of threads at the same time. open(), close(), writeMessage() and
+/// flush() must not run at the same time as any other operation on the same handle.
+///
+/// What a process has handed to the system survives the process. To survive the machine it must be
+/// on the storage device: see flush() and lossBound.
 class MorvaBag {
  public:
   using BagMode = morva::BagMode;
@@ -37,7 +40,8 @@ class MorvaBag {
     kOpenMissing = 3,      ///< read: nothing is there
     kOpenFailed = 4,       ///< the file cannot be opened or created
     kOpenChecksum = 6,     ///< read: the header's checksum is wrong
-    kOpenMalformed = 7,    ///< read: no bag, or a damaged start; write: the topic list was refused
+    kOpenMalformed = 7,    ///< read: no bag, or a damaged start; write: the topic list was refused,
+                           ///< or, with a lossBound, the new file not brought to the storage device
     kOpenPrivateData = 8,  ///< write: private data above 4056 bytes, or the header was not written
     kOpenNoTopics = 9,     ///< write: `topics` is empty
   };
@@ -62,7 +66,8 @@ class MorvaBag {
   [[nodiscard]] int open(const std::string& path, BagMode mode,
                          const std::string& privateData = {});
 
-  /// Closes what is open: a bag being written gets its index and final header here.
+  /// Closes what is open: a bag being written gets its index and final header here, and where it
+  /// has a lossBound or was ever flushed, all of it is on the storage device afterwards.
   /// @return False, after an error line, when something of a written bag did not reach the file.
   bool close();
 
@@ -71,10 +76,20 @@ class MorvaBag {
   /// @param timeUs  Message time, us since the Unix epoch.
   /// @param header  At least kMessageHeaderBytes, see there.
   /// @param data    Payload. An empty one, or a count word of 0, is stored and refused when read.
-  /// @return False after an error line. The bag stays open; messages written before are not
-  /// affected.
+  /// @return False after an error line: the message is not part of the recording. The bag stays
+  ///         open; messages written before are not affected. A flush for the lossBound that fails
+  ///         refuses the message like a failed write.
   [[nodiscard]] bool writeMessage(const std::string& topic, std::int64_t timeUs,
                                   const std::string& header, const std::string& data);
+
+  /// Brings every message written so far to the storage device: hands the write buffer to the
+  /// system, then waits until the device has the file and, the first time, its name. What was
+  /// flushed is found by reindex() whatever happens to the machine later. Cost: as long as the
+  /// device takes.
+  /// @return False after an error line: of what was written since the last successful flush
+  ///         nothing is promised. Once the device itself has failed a flush, all later ones fail,
+  ///         since nobody can tell what it has lost; record into a new file then.
+  [[nodiscard]] bool flush();
 
   /// The header that writeMessage() takes.
   [[nodiscard]] static std::string makeMessageHeader(bool compress, std::uint32_t count,
@@ -140,6 +155,12 @@ class MorvaBag {
   std::vector<std::string> topics;  ///< topic names, in the order in which they are numbered
   CompressionType compressionType = CompressionType::kNone;  ///< set by an open for reading
   std::uint32_t writeBufferSize = 0;  ///< bytes gathered before they are handed to the system
+  /// What a failing machine may cost; none by default. writeMessage() flushes when it is reached,
+  /// so that after each one that returns true fewer than `bytes` of the file, and no message
+  /// written `intervalUs` ago or earlier, are missing on the storage device. There is no thread
+  /// behind it: before a pause call flush(). After a flush that the device has failed, every
+  /// later message is refused.
+  LossBound lossBound;
 
  private:
   [[nodiscard]] int openForWriting(const std::string& path, const std::string& privateData);

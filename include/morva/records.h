@@ -21,6 +21,18 @@ enum class BagMode : std::uint32_t {
   kWrite = 1,
 };
 
+/// How much of a recording may be lost when the machine stops: its power fails, its system crashes.
+/// What is not on the storage device is brought there as soon as either limit is reached; 0: no
+/// such limit. See MorvaBag::lossBound.
+struct LossBound {
+  /// Bytes of the file. 1: every message is on the storage device when its write returns.
+  std::uint64_t bytes = 0;
+  /// Age of a message, us. Looked at when messages are written: in a pause nothing is flushed.
+  std::int64_t intervalUs = 0;
+
+  [[nodiscard]] bool isSet() const { return bytes > 0 || intervalUs > 0; }
+};
+
 /// Locates one message: everything that a read of its payload needs. A plain record of fixed size,
 /// copied by value; it stays valid after the bag is closed, as does the view that holds it.
 struct MsgIndex {

@@ -17,7 +17,9 @@ bool makeEntry(const BagFile::Chunk& chunk, std::int64_t offset, std::int64_t ne
   // What the data takes in the file is left from the chunk's extent.
   entry->storedSize =
       static_cast<std::uint32_t>(static_cast<std::size_t>(next - offset) - kAllButData);
-  return true;
+  // Zeros are the checksum of no data: where the machine stopped while it wrote, a chunk whose end
+  // reads as zeros is a sound, empty message but for its size word.
+  return entry->storedSize != 0 || chunk.size == kAllButData;
 }
 
 }  // namespace

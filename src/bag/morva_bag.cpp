@@ -61,6 +61,7 @@ int MorvaBag::openForWriting(const std::string& path, const std::string& private
   }
 
   const auto writer = std::make_shared<BagWriter>(compressionType, writeBufferSize, privateData);
+  writer->setLossBound(lossBound);
   storage_ = writer;
   if (const int code = writer->open(path); code != kOpenOk) {
     storage_.reset();
@@ -104,6 +105,13 @@ bool MorvaBag::writeMessage(const std::string& topic, std::int64_t timeUs,
     return false;
   }
   return writer->write(makeEntry(timeUs, header, data.size()), topic, data) >= 0;
+}
+
+bool MorvaBag::flush() {
+  const auto writer = std::dynamic_pointer_cast<BagWriter>(storage_);
+  if (writer != nullptr) return writer->flush();
+  Log(kClassName).error("flush error, bag is not open for writing!");
+  return false;
 }
 
 std::string MorvaBag::makeMessageHeader(bool compress, std::uint32_t count,

@@ -20,6 +20,7 @@ using osmik::StrUtil;
 struct Arguments {
   sim::Options options;
   std::string compression = "lz4";
+  double flushSeconds = 0.0;
   bool uncalibrated = false;
 };
 
@@ -70,6 +71,7 @@ ExitCode run(const Arguments& arguments) {
   sim::Options options = arguments.options;
   options.calibrated = !arguments.uncalibrated;
   options.compression = compressions().at(arguments.compression);  // one of them: checked
+  options.lossBound.intervalUs = std::llround(arguments.flushSeconds * 1e6);
   std::vector<sim::TopicSummary> topics;
   if (!simulateVisibly(options, &topics)) {
     std::fprintf(stderr, "kbagkit: %s%s was not made\n",
@@ -98,6 +100,12 @@ void addOptions(CLI::App* command, Arguments* arguments) {
   command->add_option("--compression", arguments->compression, "codec of the bag's chunks")
       ->check(CLI::IsMember({"none", "lz4", "zstd"}))
       ->capture_default_str();
+  command->add_option("--flush-bytes", options.lossBound.bytes,
+                      "bring the bag to the storage device every so many bytes; 0: never");
+  command
+      ->add_option("--flush-seconds", arguments->flushSeconds,
+                   "the same for messages written this long ago; 0: never")
+      ->check(number(0.0, 86400.0));
   command->add_option("--noise", options.rangeNoiseM, "standard deviation of lidar ranges, m")
       ->check(number(0.0, 1.0))
       ->capture_default_str();

@@ -56,3 +56,15 @@ std::uint32_t Crc32OfTail(std::uint32_t whole, std::uint32_t before, std::uint64
   }
   return whole ^ before;
 }
+
+std::uint32_t Crc32Patch(std::uint32_t before, std::uint32_t wanted) {
+  // Four bytes are added to the register, which is then shifted 32 times: shift it back. A shift
+  // that has added the polynomial shows in the highest bit, which the polynomial alone can set.
+  constexpr std::uint32_t kHighest = 1U << 31U;
+  std::uint32_t state = ~wanted;
+  for (int bit = 0; bit < 32; ++bit) {
+    const bool added = (state & kHighest) != 0;
+    state = added ? (state ^ kPolynomial) << 1U | 1U : state << 1U;
+  }
+  return state ^ ~before;
+}

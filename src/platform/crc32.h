@@ -19,4 +19,8 @@
 [[nodiscard]] std::uint32_t Crc32OfTail(std::uint32_t whole, std::uint32_t before,
                                         std::uint64_t length);
 
+/// The four bytes, as a little-endian number, that turn the checksum `before` into `wanted` when
+/// they follow what it is the checksum of.
+[[nodiscard]] std::uint32_t Crc32Patch(std::uint32_t before, std::uint32_t wanted);
+
 #endif  // MORVA_PLATFORM_CRC32_H_

@@ -271,7 +271,12 @@ bool File::flush() {
 
 bool File::sync() {
   if (!flush()) return false;
-  return !isOpen() || FileCalls::current().fsync(fd_) == 0;
+  if (!isOpen()) return true;
+  int result = 0;
+  do {
+    result = FileCalls::current().fsync(fd_);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
 }
 
 bool File::truncate(std::int64_t offset) {

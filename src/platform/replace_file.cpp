@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include "platform/file.h"
+#include "platform/file_calls.h"
 #include "platform/file_path.h"
+#include "platform/ignore_result.h"
 
 namespace osmik {
 namespace {
@@ -17,14 +19,6 @@ bool writeNew(const std::string& path, const std::string& content) {
   if (!file.open(path, OpenMode::kWriteNew)) return false;
   if (file.write(content) != static_cast<std::int64_t>(content.size())) return false;
   return file.sync() && file.close();
-}
-
-/// Makes the names in a directory survive a power failure, where the file system can.
-void syncDirectory(const std::string& path) {
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return;
-  fsync(descriptor);
-  ::close(descriptor);
 }
 
 /// Renames where nothing has the new name.
@@ -42,11 +36,29 @@ bool syncFile(const std::string& path) {
 
 }  // namespace
 
+bool syncDirectory(const std::string& path) {
+  FileCalls& calls = FileCalls::current();
+  int descriptor = -1;
+  do {
+    descriptor = calls.open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  } while (descriptor < 0 && errno == EINTR);
+  if (descriptor < 0) return false;
+  int result = 0;
+  do {
+    result = calls.fsync(descriptor);
+  } while (result != 0 && errno == EINTR);
+  const int reason = errno;
+  calls.close(descriptor);
+  errno = reason;
+  return result == 0 || reason == EINVAL || reason == ENOTSUP;
+}
+
 bool publishFile(const std::string& temporary, const std::string& path, bool replace) {
   if (!syncFile(temporary)) return false;
   const bool done =
       replace ? std::rename(temporary.c_str(), path.c_str()) == 0 : renameNew(temporary, path);
-  if (done) syncDirectory(FilePath(path).dirName());
+  if (done)
+    morva::ignoreResult(syncDirectory(FilePath(path).dirName()));  // the file is there, and whole
   return done;
 }
 
@@ -56,7 +68,7 @@ bool replaceFile(const std::string& path, const std::string& content) {
   const std::string temporary = dir + "/." + name.baseName() + ".tmp";
   if (File::remove(temporary) && writeNew(temporary, content) &&
       std::rename(temporary.c_str(), path.c_str()) == 0) {
-    syncDirectory(dir);
+    morva::ignoreResult(syncDirectory(dir));  // as above
     return true;
   }
   const int reason = errno;

@@ -20,6 +20,11 @@ namespace osmik {
 /// @return False with errno set (EEXIST: something is there); the file keeps its first name.
 [[nodiscard]] bool publishFile(const std::string& temporary, const std::string& path, bool replace);
 
+/// Makes the names in a directory, new ones and renamed ones, survive a power failure. True also
+/// where the file system has no such operation.
+/// @return False with errno set.
+[[nodiscard]] bool syncDirectory(const std::string& path);
+
 }  // namespace osmik
 
 #endif  // MORVA_PLATFORM_REPLACE_FILE_H_

@@ -60,6 +60,7 @@ class BagFile {
 
   /// A chunk in memory.
   struct Chunk {
+    std::uint32_t size = 0;  ///< reading: what the chunk says it takes in the file; not checked
     std::uint16_t type = 0;
     bool compress = false;    ///< writing: compress the data, if the bag has a codec
     bool headerOnly = false;  ///< reading: skip data and checksum

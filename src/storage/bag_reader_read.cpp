@@ -100,6 +100,7 @@ std::int64_t BagReader::readValue(T* value) {
 }
 
 bool BagReader::readFraming(Chunk* chunk, std::int64_t offset, Stored* stored) {
+  chunk->size = 0;
   chunk->type = 0;
   chunk->header.clear();
   chunk->data.clear();
@@ -117,6 +118,7 @@ bool BagReader::readFraming(Chunk* chunk, std::int64_t offset, Stored* stored) {
   if (headerSize < layout::kMinChunkHeaderBytes || bytes.size() < sizeAt + sizeof stored->size) {
     return readFramingByField(chunk, offset, stored);
   }
+  chunk->size = loadLe<std::uint32_t>(bytes.data());
   chunk->type = loadLe<std::uint16_t>(&bytes[layout::kChunkTypeOffset]);
   chunk->header.assign(bytes, layout::kChunkPrefixBytes, headerSize);
   stored->size = loadLe<std::uint32_t>(&bytes[sizeAt]);
@@ -126,8 +128,7 @@ bool BagReader::readFraming(Chunk* chunk, std::int64_t offset, Stored* stored) {
 
 bool BagReader::readFramingByField(Chunk* chunk, std::int64_t offset, Stored* stored) {
   const Log& log = readLog();
-  std::uint32_t chunkSize = 0;  // what the other sizes add up to
-  if (const auto count = readValue(&chunkSize); count != sizeof chunkSize) {
+  if (const auto count = readValue(&chunk->size); count != sizeof chunk->size) {
     log.error("read chunk size error, offset: %lld, ret: %d!", offset, count);
     return false;
   }

@@ -2,19 +2,27 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 #include <utility>
 
 #include "platform/byte_order.h"
 #include "platform/crc32.h"
 #include "platform/date_time.h"
-#include "platform/str_util.h"
+#include "platform/file_path.h"
+#include "platform/replace_file.h"
 #include "storage/index_codec.h"
 
 namespace morva {
 namespace {
 
 std::string systemError() { return std::generic_category().message(errno); }
+
+/// Of a clock that nobody sets.
+std::int64_t steadyUs() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
 
 std::uint64_t nowUs() { return static_cast<std::uint64_t>(osmik::Time::now().toMicroSec()); }
 
@@ -80,6 +88,10 @@ void BagWriter::initHeader() {
   writeOffset_ = layout::kHeaderBytes;
   hasBrokenTail_ = false;
   isComplete_ = true;
+  unsynced_.clear();
+  isSynced_ = unsynced_.isBound();
+  isNameSynced_ = false;
+  hasSyncFailed_ = false;
 }
 
 int BagWriter::dropFile(OpenCode code) {
@@ -93,17 +105,15 @@ bool BagWriter::updateHeader(const Header& header) {
     log_.error("invalid private data size: %d!", header.privateSize());
     return false;
   }
-  const std::string filler = osmik::StrUtil::randomData(layout::kHeaderBytes);
-  Header image = header;
-  const std::size_t used = layout::kPrivateDataOffset + header.privateSize();
-  std::copy(filler.begin() + static_cast<std::ptrdiff_t>(used), filler.end(),
-            image.bytes.begin() + static_cast<std::ptrdiff_t>(used));
-  storeLe(&image.bytes[layout::kHeaderCrcOffset],
-          Crc32(image.bytes.data(), layout::kHeaderCrcOffset));
-
-  const std::size_t size = image.bytes.size();
+  std::string_view bytes = image_.bytes();
+  const bool isThere = header_.dataStart() != 0;
+  if (isSynced_ && isThere && image_.makeFirstSector(header)) {
+    bytes = image_.firstSector();
+  } else {
+    image_.make(header);
+  }
   const bool written = file_->seek(0) == 0 &&
-                       file_->write(image.bytes.data(), size) == static_cast<std::int64_t>(size) &&
+                       file_->write(bytes) == static_cast<std::int64_t>(bytes.size()) &&
                        file_->flush();
   if (!written) log_.error("write file header error!");
   return written;
@@ -120,7 +130,7 @@ bool BagWriter::setTopics(const std::vector<std::string>& topics) {
                                         .compress = true,
                                         .header = timedHeader(data.size()),
                                         .data = data});
-  if (size < 1 || !file_->flush()) {
+  if (size < 1 || !(unsynced_.isBound() ? flush() : file_->flush())) {
     log_.error("write definition chunk error!");
     // Messages without a definition chunk before them could never be read.
     topicIds_.clear();
@@ -169,11 +179,54 @@ std::int64_t BagWriter::write(const TopicHeader& header, const std::string& topi
     log_.error("write topic data chunk error!");
     return -1;
   }
+  if (unsynced_.isBound() && !keepBound(static_cast<std::uint64_t>(size))) {
+    hasBrokenTail_ = !cutOff(writeOffset_);
+    log_.error("write topic data chunk error!");
+    return -1;
+  }
   entry.storedSize = static_cast<std::uint32_t>(size) -
                      static_cast<std::uint32_t>(layout::chunkBytes(chunkHeader.size(), 0));
   topicIndexes_[found->second]->append(entry, writeOffset_);
   writeOffset_ += static_cast<std::uint64_t>(size);
   return static_cast<std::int64_t>(data.size());
+}
+
+/// Flushes where the chunk just written, of `chunkBytes` bytes, makes the loss bound reached.
+bool BagWriter::keepBound(std::uint64_t chunkBytes) {
+  const std::int64_t now = steadyUs();
+  if (!hasSyncFailed_ && !unsynced_.isReachedWith(chunkBytes, now)) {
+    unsynced_.add(chunkBytes, now);
+    return true;
+  }
+  return flush();
+}
+
+bool BagWriter::flush() {
+  isSynced_ = true;  // from now on: what a first flush promises must survive the close
+  if (!sync()) return false;
+  unsynced_.clear();
+  return true;
+}
+
+bool BagWriter::sync() {
+  const std::lock_guard lock(mutex_);
+  const Log log("BagWriter", "flush");
+  if (!file_) {
+    log.error("file(%s) not open!", path_);
+    return false;
+  }
+  // What the system does not take stays in the buffer, for the next time. What the device has
+  // failed is lost without a trace: a later success would say nothing of it.
+  if (hasSyncFailed_) errno = EIO;
+  bool done = !hasSyncFailed_ && file_->flush();
+  if (done) {
+    done =
+        file_->sync() && (isNameSynced_ || osmik::syncDirectory(osmik::FilePath(path_).dirName()));
+    isNameSynced_ = done;
+    hasSyncFailed_ = !done;
+  }
+  if (!done) log.error("flush file(%s) error: %s!", path_, systemError());
+  return done;
 }
 
 std::int64_t BagWriter::writeChunk(const ChunkParts& chunk) {
@@ -275,10 +328,12 @@ bool BagWriter::close() {
   if (!file_) return true;
   if (hasBrokenTail_) hasBrokenTail_ = !cutOff(writeOffset_);
   if (writeIndexChunk() < 0) isComplete_ = false;
+  if (isSynced_ && !sync()) isComplete_ = false;
   if (!updateHeader(header_)) {
     log_.warning("update header error!");
     isComplete_ = false;
   }
+  if (isSynced_ && !sync()) isComplete_ = false;
   if (!file_->close()) {
     log_.error("close file(%s) error: %s!", path_, systemError());
     isComplete_ = false;

@@ -8,6 +8,8 @@
 
 #include "platform/log.h"
 #include "storage/bag_file.h"
+#include "storage/header_image.h"
+#include "storage/loss_gauge.h"
 
 namespace morva {
 
@@ -20,8 +22,14 @@ namespace morva {
 /// A chunk that failed half-way is cut off again, so that what is written later still lies where
 /// the index says. Where even that fails, every later write fails, and close() tries once more.
 /// Accepted bytes may wait in the write buffer: only a close() that returns true promises that all
-/// of them have reached the file. Threads: chunks never interleave, but calls are made by one
-/// thread at a time.
+/// of them have reached the file.
+///
+/// A writer with a loss bound, and one that was ever told to flush, keeps what it promises where
+/// the machine stops: the file's prefix up to the last flush is on the storage device, nothing is
+/// ever written over it but the header's first sector, in one piece (where the private data leave
+/// room there), and close() brings the index to the device before the header names it.
+///
+/// Threads: chunks never interleave, but calls are made by one thread at a time.
 class BagWriter : public BagFile {
  public:
   /// @param writeBufferSize  Bytes gathered before they are handed to the system; 0: none.
@@ -29,13 +37,16 @@ class BagWriter : public BagFile {
   BagWriter(CompressionType type, std::uint32_t writeBufferSize, std::string privateData);
   ~BagWriter() override;
 
+  /// Bounds what a failing machine may cost, see MorvaBag::lossBound. Before open().
+  void setLossBound(const LossBound& bound) { unsynced_ = LossGauge(bound); }
+
   /// Creates `path`, or truncates what is there, and writes the first header.
   /// @return 0, also when a file is open already, which is left alone; kOpenFailed or
   ///         kOpenPrivateData, with the file left on the disk.
   [[nodiscard]] int open(const std::string& path) override;
 
-  /// Numbers the topics in the given order and writes the definition chunk. Once, before any
-  /// write().
+  /// Numbers the topics in the given order and writes the definition chunk; flushes where there is
+  /// a loss bound. Once, before any write().
   /// @param topics  Names; those of 60 characters and more are cut to 59 in the file. A repeated
   /// name
   ///                keeps its first number.
@@ -49,6 +60,10 @@ class BagWriter : public BagFile {
   /// @return Length of `data`, or -1 after an error line; what was written before is not affected.
   [[nodiscard]] std::int64_t write(const TopicHeader& header, const std::string& topic,
                                    const std::string& data) override;
+
+  /// Brings everything that was accepted to the storage device, and the file's name the first time.
+  /// @return False after an error line. What the device has failed once fails for good.
+  [[nodiscard]] bool flush();
 
   /// Writes index, padding and final header, and closes. True when nothing is open.
   /// @return False, after a log line, when something that was accepted did not reach the file.
@@ -64,6 +79,8 @@ class BagWriter : public BagFile {
   };
 
   [[nodiscard]] bool updateHeader(const Header& header);
+  [[nodiscard]] bool keepBound(std::uint64_t chunkBytes);
+  [[nodiscard]] bool sync();
   [[nodiscard]] std::int64_t writeChunk(const ChunkParts& chunk);
   [[nodiscard]] std::int64_t writeIndexChunk();
   [[nodiscard]] bool writePadding(std::uint64_t bytes);
@@ -83,7 +100,12 @@ class BagWriter : public BagFile {
       0;                        ///< where the next chunk begins, bytes from the start of the file
   bool hasBrokenTail_ = false;  ///< bytes of a failed chunk may lie behind writeOffset_
   bool isComplete_ = true;      ///< everything that close() wrote so far was accepted
-  std::string compressed_;      ///< output of the codec, kept to be used again
+  HeaderImage image_;           ///< the header as written last
+  LossGauge unsynced_;
+  bool isSynced_ = false;      ///< flushes and their order matter
+  bool isNameSynced_ = false;  ///< the file's name is on the storage device
+  bool hasSyncFailed_ = false;
+  std::string compressed_;  ///< output of the codec, kept to be used again
 };
 
 }  // namespace morva

@@ -52,6 +52,18 @@ TEST(Crc32, OfTheTailFollowsFromWholeAndHead) {
   }
 }
 
+TEST(Crc32, PatchMakesAnyChecksumOfAnyOther) {
+  std::mt19937 random(3);
+  for (int i = 0; i < 100; ++i) {
+    const auto before = static_cast<std::uint32_t>(random());
+    const auto wanted = static_cast<std::uint32_t>(random());
+    const std::uint32_t patch = Crc32Patch(before, wanted);
+    std::string bytes;
+    for (const unsigned shift : {0U, 8U, 16U, 24U}) bytes += static_cast<char>(patch >> shift);
+    EXPECT_EQ(Crc32(before, bytes.data(), bytes.size()), wanted);
+  }
+}
+
 TEST(Crc32, OfATailOfMoreThanFourGigabytesAgreesWithSmallerSteps) {
   // With a whole of 0 the operation moves a checksum past bytes, which can be done in steps.
   const auto past = [](std::uint32_t before, std::uint64_t length) {

@@ -17,6 +17,7 @@ struct Options {
   std::uint32_t pointsPerFrame = 20000;
   std::uint32_t cameras = 2;  ///< H.264 cameras, up to 7; 0 leaves out the JPEG camera too
   CompressionType compression = CompressionType::kLz4;
+  LossBound lossBound;
   double rangeNoiseM = 0.003;      ///< standard deviation
   double elevationErrorRad = 0.0;  ///< what the raw points' elevation angles lack
   bool still = false;              ///< the scanner stands still

@@ -77,6 +77,7 @@ bool openBag(const Options& options, std::vector<std::string> topics, MorvaBag* 
   bag->topics = std::move(topics);
   bag->compressionType = options.compression;
   bag->writeBufferSize = kWriteBufferBytes;
+  bag->lossBound = options.lossBound;
   const int code = bag->open(options.bagPath, BagMode::kWrite, deviceRecord(options));
   if (madeFile(code)) owner->own(options.bagPath);
   return code == MorvaBag::kOpenOk;  // logged already
