@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "kbag_msgs.pb.h"
@@ -12,7 +14,9 @@
 #include "kit/simulate/truth.h"
 #include "morva/bag.h"
 #include "platform/file.h"
+#include "platform/file_path.h"
 #include "platform/log.h"
+#include "platform/replace_file.h"
 #include "platform/str_util.h"
 
 namespace morva::sim {
@@ -54,16 +58,39 @@ std::string deviceRecord(const Options& options) {
   return device.SerializeAsString();
 }
 
+bool failTruth(const Options& options) {
+  Log({}, "simulate")
+      .error("create truth file(%s) error: %s!", options.truthPath, std::strerror(errno));
+  return false;
+}
+
+bool isThere(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::symlink_status(path, error).type() !=
+         std::filesystem::file_type::not_found;
+}
+
+// Under a name beside the truth's, which it gets when it is whole.
 bool openTruth(const Options& options, osmik::File* file, OwnFile* owner) {
   if (options.truthPath.empty()) return true;
-  file->setWMBuffer(kWriteBufferBytes);
-  if (!file->open(options.truthPath, osmik::OpenMode::kWriteNew)) {
-    Log({}, "simulate")
-        .error("create truth file(%s) error: %s!", options.truthPath, std::strerror(errno));
-    return false;
+  if (isThere(options.truthPath)) {
+    errno = EEXIST;
+    return failTruth(options);
   }
-  owner->own(options.truthPath);
+  const osmik::FilePath path(options.truthPath);
+  const std::string temporary = path.dirName() + "/." + path.baseName() + ".tmp";
+  file->setWMBuffer(kWriteBufferBytes);
+  if (!osmik::File::remove(temporary) || !file->open(temporary, osmik::OpenMode::kWriteNew)) {
+    return failTruth(options);
+  }
+  owner->own(temporary);
   return true;
+}
+
+bool publishTruth(const Options& options, osmik::File* file) {
+  const std::string temporary = file->path();
+  return (file->close() && osmik::publishFile(temporary, options.truthPath, false)) ||
+         failTruth(options);
 }
 
 // True where a failed open has made the file, and so has to clear it away.
@@ -105,7 +132,9 @@ bool simulate(const Options& options, const Progress& progress, std::vector<Topi
   if (!bag.close() || !recorded) return false;
 
   *topics = recorder.summaries();
-  if (truth.isOpen() && (!writeTruth(scene, *topics, &truth) || !truth.close())) return false;
+  if (truth.isOpen() && (!writeTruth(scene, *topics, &truth) || !publishTruth(options, &truth))) {
+    return false;
+  }
   truthOwner.keep();
   bagOwner.keep();
   return true;
