@@ -52,7 +52,7 @@ const std::vector<std::string>& topics() {
 }
 
 /// Up to 1,200 bytes that compress by half, many of them zeros; some messages are empty.
-Message messageAt(std::size_t i) {
+Message makeMessage(std::size_t i) {
   std::mt19937 random(static_cast<unsigned>(i) + 1);
   Message message{.topic = topics()[i % 3], .firstTimeUs = static_cast<std::int64_t>(1000 + i)};
   message.count = static_cast<std::uint32_t>(i + 1);
@@ -60,6 +60,15 @@ Message messageAt(std::size_t i) {
   message.data.resize(i % 13 == 12 ? 0 : 1 + random() % 1200);
   for (char& c : message.data) c = static_cast<char>(random() % 3 == 0 ? 0 : 'a' + random() % 4);
   return message;
+}
+
+const Message& messageAt(std::size_t i) {
+  static const std::vector<Message> kAll = [] {
+    std::vector<Message> all;
+    for (std::size_t number = 0; number < kMessages; ++number) all.push_back(makeMessage(number));
+    return all;
+  }();
+  return kAll.at(i);
 }
 
 /// A recording that was made on a disk whose power may fail.
@@ -183,7 +192,7 @@ class PowerLoss : public testing::Test {
         ADD_FAILURE() << "a message that was not written at " << offset;
         break;
       }
-      const Message expected = messageAt(i);
+      const Message& expected = messageAt(i);
       EXPECT_EQ(offset, recorded.chunk(i).offset);
       EXPECT_EQ(nameOf(index), expected.topic);
       EXPECT_EQ(index.count, expected.count);
