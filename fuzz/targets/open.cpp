@@ -43,7 +43,7 @@ void runOpen(std::string_view input) {
   if (isOpen) lookAtTopics(reader);
 
   BagReader walker;
-  walker.keepNoIndex();
+  walker.keepOfIndex(BagReader::Keep::kNothing);
   expect(walker.open(place.bag()) == code, "a reader that keeps no index opens otherwise");
 
   MorvaBag bag;

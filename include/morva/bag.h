@@ -66,6 +66,10 @@ class MorvaBag {
   [[nodiscard]] int open(const std::string& path, BagMode mode,
                          const std::string& privateData = {});
 
+  /// Opens `path` for getInfo() and getDeviceInfo() alone: as open() for reading, but nothing is
+  /// kept of the index's entries, which can be most of what a bag takes in memory. Views are empty.
+  [[nodiscard]] int openForInfo(const std::string& path);
+
   /// Closes what is open: a bag being written gets its index and final header here, and where it
   /// has a lossBound or was ever flushed, all of it is on the storage device afterwards.
   /// @return False, after an error line, when something of a written bag did not reach the file.
@@ -164,7 +168,8 @@ class MorvaBag {
 
  private:
   [[nodiscard]] int openForWriting(const std::string& path, const std::string& privateData);
-  [[nodiscard]] int openForReading(const std::string& path);
+  [[nodiscard]] int openForReading(const std::string& path, bool keepEntries);
+  void keepName(const std::string& path);
   [[nodiscard]] std::shared_ptr<BagReader> reader() const;
 
   std::string directory_;

@@ -29,7 +29,7 @@ int openForWalk(const std::string& path, const Log& log, BagReader* reader) {
     log.error("bag file(%s) not exists!", path);
     return MorvaBag::kOpenMissing;
   }
-  reader->keepNoIndex();
+  reader->keepOfIndex(BagReader::Keep::kNothing);
   const int code = reader->open(path);
   if (!isWalkable(code)) log.error("open bag file(%s) error(%d)!", path, code);
   return code;

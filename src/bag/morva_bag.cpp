@@ -41,13 +41,21 @@ MorvaBag::~MorvaBag() = default;
 
 int MorvaBag::open(const std::string& path, BagMode mode, const std::string& privateData) {
   const int code =
-      mode == BagMode::kWrite ? openForWriting(path, privateData) : openForReading(path);
-  if (code != kOpenOk) return code;
+      mode == BagMode::kWrite ? openForWriting(path, privateData) : openForReading(path, true);
+  if (code == kOpenOk) keepName(path);
+  return code;
+}
 
+int MorvaBag::openForInfo(const std::string& path) {
+  const int code = openForReading(path, false);
+  if (code == kOpenOk) keepName(path);
+  return code;
+}
+
+void MorvaBag::keepName(const std::string& path) {
   const osmik::FilePath filePath(path);
   directory_ = filePath.dirName();
   fileName_ = filePath.baseName();
-  return kOpenOk;
 }
 
 int MorvaBag::openForWriting(const std::string& path, const std::string& privateData) {
@@ -70,13 +78,14 @@ int MorvaBag::openForWriting(const std::string& path, const std::string& private
   return writer->setTopics(topics) ? kOpenOk : kOpenMalformed;
 }
 
-int MorvaBag::openForReading(const std::string& path) {
+int MorvaBag::openForReading(const std::string& path, bool keepEntries) {
   if (!osmik::File::exists(path)) {
     Log(kClassName, "open").error("bag file not exist: %s!", path);
     return kOpenMissing;
   }
 
   const auto bagReader = std::make_shared<BagReader>();
+  if (!keepEntries) bagReader->keepOfIndex(BagReader::Keep::kTotals);
   storage_ = bagReader;
   if (const int code = bagReader->open(path); code != kOpenOk) {
     storage_.reset();

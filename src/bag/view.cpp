@@ -1,6 +1,7 @@
-#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <optional>
 
 #include "bag/msg_index.h"
 #include "bag/scan.h"
@@ -39,21 +40,27 @@ View MorvaBag::getView(const std::string& topic, std::int64_t startUs,
     Log("MorvaBag").error("not found topic [%s]!", topic);
     return view;
   }
-  const std::shared_ptr<BagFile::TopicIndex> index = bag->topicIndex(topic);
-  if (index == nullptr) return view;
+  const std::optional<BagFile::TopicTotals> totals = bag->topicTotals(topic);
+  if (!totals) return view;
 
   const std::int64_t endUs = lastTimeUs(startUs, durationS);
   const auto isSelected = [startUs, endUs](const BagFile::TopicHeader& entry) {
     return entry.headerTimes[0] >= startUs && entry.headerTimes[0] <= endUs;
   };
-  // A long topic's records are tens of megabytes, which must not be copied as the view grows.
-  view.indexes.reserve(static_cast<std::size_t>(std::ranges::count_if(index->entries, isSelected)));
-  osmik::useLargePages(view.indexes.data(), view.indexes.capacity() * sizeof(MsgIndex));
-  for (std::size_t i = 0; i < index->entries.size(); ++i) {
-    const BagFile::TopicHeader& entry = index->entries[i];
-    if (!isSelected(entry)) continue;
-    view.indexes.push_back(makeMsgIndex(found->second, entry, index->chunkOffsets[i], topic));
+  std::size_t selected = totals->chunks;
+  if (startUs > 0) {
+    selected = 0;
+    ignoreResult(bag->visitTopic(topic, [&](const auto& entry, std::uint64_t /*chunkOffset*/) {
+      if (isSelected(entry)) ++selected;
+    }));
   }
+  // A long topic's records are tens of megabytes, which must not be copied as the view grows.
+  view.indexes.reserve(selected);
+  osmik::useLargePages(view.indexes.data(), view.indexes.capacity() * sizeof(MsgIndex));
+  ignoreResult(bag->visitTopic(topic, [&](const auto& entry, std::uint64_t chunkOffset) {
+    if (!isSelected(entry)) return;
+    view.indexes.push_back(makeMsgIndex(found->second, entry, chunkOffset, topic));
+  }));
   return view;
 }
 

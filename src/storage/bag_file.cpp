@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/byte_order.h"
+#include "platform/memory.h"
 
 namespace morva {
 
@@ -60,8 +61,17 @@ void BagFile::TopicIndex::append(const TopicHeader& entry, std::uint64_t chunkOf
   rawSizeSum += entry.rawSize;
   startTime = startTime == 0 ? entry.headerTimes[0] : std::min(startTime, entry.headerTimes[0]);
   endTime = std::max(endTime, entry.headerTimes[1]);
+  if (entries.size() == entries.capacity()) grow();
   chunkOffsets.push_back(chunkOffset);
   entries.push_back(entry);
+}
+
+void BagFile::TopicIndex::grow() {
+  constexpr std::size_t kFirst = 16;
+  const std::size_t capacity = std::max(kFirst, 2 * entries.capacity());
+  chunkOffsets.reserve(capacity);
+  entries.reserve(capacity);
+  osmik::useLargePages(entries.data(), capacity * sizeof(TopicHeader));
 }
 
 BagFile::TopicTotals BagFile::TopicIndex::totals() const {

@@ -101,6 +101,9 @@ class BagFile {
     std::int64_t endTime = 0;    ///< largest second header time
     std::vector<std::uint64_t> chunkOffsets;
     std::vector<TopicHeader> entries;  ///< parallel to chunkOffsets
+
+   private:
+    void grow();
   };
 
   using TopicIds = std::map<std::string, std::uint32_t>;

@@ -51,6 +51,7 @@ int BagReader::open(const std::string& path) {
 int BagReader::load(const std::string& path) {
   topicIds_.clear();
   topicNames_.clear();
+  soundIndexAt_ = -1;
   {
     const std::lock_guard lock(indexMutex_);
     dropIndex();
@@ -132,7 +133,7 @@ int BagReader::loadIndex(const std::string& path) {
 int BagReader::loadIndexChunk() {
   const Log log("BagReader", "open");
   const auto offset = static_cast<std::int64_t>(header_.indexChunkOffset());
-  if (!keepsIndex_ && offset > 0 && scanIndexChunk(offset)) return kOpenOk;
+  if (keep_ != Keep::kEntries && offset > 0 && scanIndexChunk(offset)) return kOpenOk;
   Chunk chunk;
   if (read(&chunk, offset, nullptr) < 0) {
     log.warning("read index chunk error!");
@@ -182,7 +183,13 @@ bool BagReader::scanIndexChunk(std::int64_t offset) {
   }
   if (file_->seek(at) != at || file_->peek(layout::kCrcBytes, &bytes) != layout::kCrcBytes)
     return false;
-  return scan.isComplete() && loadLe<std::uint32_t>(bytes.data()) == sum;
+  if (!scan.isComplete() || loadLe<std::uint32_t>(bytes.data()) != sum) return false;
+  soundIndexAt_ = offset;
+  if (keep_ == Keep::kTotals) {
+    const std::lock_guard indexLock(indexMutex_);
+    addEncoded(scan.topics());
+  }
+  return true;
 }
 
 bool BagReader::createTopicIndex(std::string data) {
@@ -193,18 +200,32 @@ bool BagReader::createTopicIndex(std::string data) {
   std::vector<EncodedTopic> topics;
   bool isSound = !indexData_.empty() && scanTopicIndexes(indexData_, &topics);
   if (isSound) {
-    // Of topics with one id the first counts.
-    for (const EncodedTopic& topic : topics) encodedTopics_.emplace(topic.topicId, topic);
+    addEncoded(topics);
   } else {
     isSound = parseTopicIndexes(indexData_, &topicIndexes_);
     indexData_ = {};
   }
-  if (!keepsIndex_) dropIndex();
+  if (keep_ == Keep::kTotals) keepTotals();
+  if (keep_ == Keep::kNothing) dropIndex();
   if (!isSound) log_.error("PBChunkIndexData unpack error!");
   return isSound;
 }
 
+void BagReader::addEncoded(const std::vector<EncodedTopic>& topics) {
+  // Of topics with one id the first counts.
+  for (const EncodedTopic& topic : topics) encodedTopics_.emplace(topic.topicId, topic);
+}
+
+void BagReader::keepTotals() {
+  for (const auto& [id, index] : topicIndexes_) {
+    encodedTopics_[id] = {.topicId = id, .totals = index->totals()};
+  }
+  topicIndexes_.clear();
+  indexData_ = {};
+}
+
 std::shared_ptr<BagFile::TopicIndex> BagReader::decoded(std::uint32_t topicId) const {
+  if (keep_ != Keep::kEntries) return nullptr;
   if (const auto found = topicIndexes_.find(topicId); found != topicIndexes_.end()) {
     return found->second;
   }
@@ -224,6 +245,22 @@ std::shared_ptr<BagFile::TopicIndex> BagReader::topicIndex(const std::string& to
   if (id == topicIds_.end()) return nullptr;
   const std::lock_guard lock(indexMutex_);
   return decoded(id->second);
+}
+
+bool BagReader::visitTopic(const std::string& topic, const OnEntry& use) const {
+  const auto id = topicIds_.find(topic);
+  if (id == topicIds_.end() || keep_ != Keep::kEntries) return false;
+  const std::lock_guard lock(indexMutex_);
+  const auto encoded = encodedTopics_.find(id->second);
+  const auto index = topicIndexes_.find(id->second);
+  if (index == topicIndexes_.end()) {
+    if (encoded != encodedTopics_.end()) morva::visitTopic(indexData_, encoded->second, use);
+    return encoded != encodedTopics_.end();
+  }
+  for (std::size_t i = 0; i < index->second->entries.size(); ++i) {
+    use(index->second->entries[i], index->second->chunkOffsets[i]);
+  }
+  return true;
 }
 
 std::optional<BagFile::TopicTotals> BagReader::topicTotals(const std::string& topic) const {

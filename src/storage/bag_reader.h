@@ -54,9 +54,20 @@ class BagReader final : public BagFile {
   /// What the index says of a topic as a whole; none where topicIndex() is empty. Decodes nothing.
   /// Threads: any.
   [[nodiscard]] std::optional<TopicTotals> topicTotals(const std::string& topic) const;
-  /// For walks through the file: the next open() checks the index, with the same result and lines,
-  /// but keeps nothing of it, which may take more memory than all else. No topic has an index then.
-  void keepNoIndex() { keepsIndex_ = false; }
+  /// Calls `use` with every message of a topic, in writing order: without keeping what has to be
+  /// decoded for it.
+  /// @param use  Must not call the reader.
+  /// @return False where topicIndex() is empty. Threads: any.
+  [[nodiscard]] bool visitTopic(const std::string& topic, const OnEntry& use) const;
+
+  /// What the next open() keeps of the index, which may take more memory than all else. It checks
+  /// all of it, with the same result and lines.
+  enum class Keep {
+    kEntries,
+    kTotals,   ///< topicTotals() alone: no topic has an index
+    kNothing,  ///< for walks through the file
+  };
+  void keepOfIndex(Keep keep) { keep_ = keep; }
 
   /// Reads the chunk that begins at `offset` and verifies its checksum.
   /// @param chunk  [in/out] headerOnly is read; type, header and data are replaced. Data is
@@ -104,6 +115,8 @@ class BagReader final : public BagFile {
   [[nodiscard]] int loadIndexChunk();
   [[nodiscard]] bool scanIndexChunk(std::int64_t offset);
   [[nodiscard]] bool createTopicIndex(std::string data);
+  void addEncoded(const std::vector<EncodedTopic>& topics);
+  void keepTotals();
   void dropIndex();
   [[nodiscard]] bool createTopicIndexFromFile(const Header& header, const std::string& indexPath);
   [[nodiscard]] bool readSideChunk(osmik::File* file, std::string* data) const;
@@ -135,12 +148,13 @@ class BagReader final : public BagFile {
 
   const Log log_{"BagReader"};
   bool hasIndex_ = false;
-  bool keepsIndex_ = true;
-  std::int64_t fileSize_ = 0;  ///< as last looked at: a bag may still be growing
+  Keep keep_ = Keep::kEntries;
+  std::int64_t soundIndexAt_ = -1;  ///< offset of the index chunk that open() has verified
+  std::int64_t fileSize_ = 0;       ///< as last looked at: a bag may still be growing
   TopicNames topicNames_;
   mutable std::mutex indexMutex_;  ///< guards the index of the open bag, topicIndexes_ included
   std::string indexData_;          ///< serialized; empty where all of it is decoded
-  std::map<std::uint32_t, EncodedTopic> encodedTopics_;  ///< by id, those of indexData_
+  std::map<std::uint32_t, EncodedTopic> encodedTopics_;  ///< by id, of indexData_
   // Memory that is kept to be used again; guarded by mutex_.
   std::vector<std::string> spares_;  ///< for stored bytes, while a message is restored from them
   std::string packed_;               ///< of verify(): stored bytes

@@ -259,21 +259,21 @@ std::string_view BagWriter::storedForm(const ChunkParts& chunk) {
 }
 
 bool BagWriter::appendChunk(const ChunkParts& chunk, std::string_view payload) {
-  const Log log("BagWriter", "writeChunk");
+  static const Log log("BagWriter", "writeChunk");
   const std::size_t size = layout::chunkBytes(chunk.header.size(), payload.size());
-  std::string head;
-  appendLe<std::uint32_t>(&head, static_cast<std::uint32_t>(size));
-  appendLe<std::uint16_t>(&head, chunk.type);
-  appendLe<std::uint16_t>(&head, static_cast<std::uint16_t>(chunk.header.size()));
-  head.append(chunk.header);
-  appendLe<std::uint32_t>(&head, static_cast<std::uint32_t>(payload.size()));
+  head_.clear();  // a member: to allocate takes longer than to sum up a small message
+  appendLe<std::uint32_t>(&head_, static_cast<std::uint32_t>(size));
+  appendLe<std::uint16_t>(&head_, chunk.type);
+  appendLe<std::uint16_t>(&head_, static_cast<std::uint16_t>(chunk.header.size()));
+  head_.append(chunk.header);
+  appendLe<std::uint32_t>(&head_, static_cast<std::uint32_t>(payload.size()));
   std::string crc;
   appendLe<std::uint32_t>(&crc, Crc32(payload.data(), payload.size()));
 
   const auto put = [this](std::string_view bytes) {
     return file_->write(bytes) == static_cast<std::int64_t>(bytes.size());
   };
-  if (!put(head) || !put(payload)) {
+  if (!put(head_) || !put(payload)) {
     log.error("write chunk head error: %s!", systemError());
     return false;
   }

@@ -106,6 +106,7 @@ class BagWriter : public BagFile {
   bool isNameSynced_ = false;  ///< the file's name is on the storage device
   bool hasSyncFailed_ = false;
   std::string compressed_;  ///< output of the codec, kept to be used again
+  std::string head_;        ///< of the chunk being written
 };
 
 }  // namespace morva

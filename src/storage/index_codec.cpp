@@ -16,15 +16,6 @@ using protix::kbag_msgs::ChunkIndex;
 using protix::kbag_msgs::ChunkIndexData;
 using protix::kbag_msgs::ChunkInfo;
 
-void encodeEntry(const BagFile::TopicHeader& entry, ChunkInfo* info) {
-  info->set_time(entry.time);
-  info->set_count(entry.count);
-  info->set_raw_size(entry.rawSize);
-  info->set_first_header_time(entry.headerTimes[0]);
-  info->set_second_header_time(entry.headerTimes[1]);
-  info->set_stored_size(entry.storedSize);
-}
-
 BagFile::TopicHeader decodeEntry(const ChunkInfo& info, std::uint32_t topicId) {
   BagFile::TopicHeader entry;
   entry.time = info.time();
@@ -34,16 +25,6 @@ BagFile::TopicHeader decodeEntry(const ChunkInfo& info, std::uint32_t topicId) {
   entry.topicId = static_cast<std::int32_t>(topicId);
   entry.storedSize = info.stored_size();
   return entry;
-}
-
-void encodeIndex(const BagFile::TopicIndex& index, ChunkIndex* message) {
-  message->set_count_sum(index.countSum);
-  message->set_raw_size_sum(index.rawSizeSum);
-  message->set_start_time(index.startTime);
-  message->set_end_time(index.endTime);
-  message->mutable_chunk_offsets()->Add(index.chunkOffsets.begin(), index.chunkOffsets.end());
-  message->mutable_infos()->Reserve(static_cast<int>(index.entries.size()));
-  for (const BagFile::TopicHeader& entry : index.entries) encodeEntry(entry, message->add_infos());
 }
 
 std::shared_ptr<BagFile::TopicIndex> decodeIndex(const ChunkIndex& message) {
@@ -83,22 +64,6 @@ bool decodeTopicHeader(std::string_view header, BagFile::TopicHeader* entry) {
   entry->headerTimes = {loadLe<std::int64_t>(bytes + layout::kTopicFirstTimeOffset),
                         loadLe<std::int64_t>(bytes + layout::kTopicSecondTimeOffset)};
   entry->topicId = loadLe<std::int32_t>(bytes + layout::kTopicIdOffset);
-  return true;
-}
-
-bool encodeTopicIndexes(const BagFile::TopicIndexes& indexes, std::string* data) {
-  data->clear();
-  google::protobuf::Arena arena;
-  auto* const message = google::protobuf::Arena::CreateMessage<ChunkIndexData>(&arena);
-  for (const auto& [topicId, index] : indexes) {
-    ChunkIndex* const topic = message->add_indexes();
-    topic->set_topic_id(topicId);
-    encodeIndex(*index, topic);
-  }
-  if (message->ByteSizeLong() > INT_MAX || !message->SerializeToString(data)) {
-    data->clear();
-    return false;
-  }
   return true;
 }
 

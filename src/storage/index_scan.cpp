@@ -7,28 +7,12 @@
 
 #include "platform/byte_order.h"
 #include "platform/memory.h"
+#include "storage/index_fields.h"
 
 namespace morva {
 namespace {
 
-// Field numbers with their wire types: 0 a number, 2 bytes with a length before them.
-constexpr std::uint8_t tagOf(unsigned field, unsigned wireType) {
-  return static_cast<std::uint8_t>(field << 3U | wireType);
-}
-constexpr std::uint8_t kTopicTag = tagOf(1, 2);    // ChunkIndexData.indexes
-constexpr std::uint8_t kTopicIdTag = tagOf(1, 0);  // ChunkIndex
-constexpr std::uint8_t kCountSumTag = tagOf(2, 0);
-constexpr std::uint8_t kRawSizeSumTag = tagOf(3, 0);
-constexpr std::uint8_t kStartTimeTag = tagOf(4, 0);
-constexpr std::uint8_t kEndTimeTag = tagOf(5, 0);
-constexpr std::uint8_t kOffsetsTag = tagOf(6, 2);
-constexpr std::uint8_t kEntryTag = tagOf(7, 2);
-constexpr std::uint8_t kTimeTag = tagOf(1, 0);  // ChunkInfo
-constexpr std::uint8_t kCountTag = tagOf(2, 0);
-constexpr std::uint8_t kRawSizeTag = tagOf(3, 0);
-constexpr std::uint8_t kFirstTimeTag = tagOf(4, 0);
-constexpr std::uint8_t kSecondTimeTag = tagOf(5, 0);
-constexpr std::uint8_t kStoredSizeTag = tagOf(6, 0);
+using namespace index_fields;
 
 constexpr std::size_t kMaxNumberBytes = 10;
 constexpr std::size_t kMaxDataBytes = 0x7FFF0000;  // the general parser ends a little below 2 GiB
@@ -324,29 +308,36 @@ bool scanTopicIndexes(std::string_view data, std::vector<EncodedTopic>* topics) 
   return true;
 }
 
+void visitTopic(std::string_view data, const EncodedTopic& topic, const OnEntry& use) {
+  const char* offsetAt = data.data() + topic.offsetsAt;
+  const char* const offsetsEnd = data.data() + topic.offsetsEnd;
+  const char* at = data.data() + topic.entriesAt;
+  const char* const end = data.data() + topic.entriesEnd;
+  for (std::size_t i = 0; i < topic.totals.chunks; ++i) {
+    std::uint64_t offset = 0;
+    offsetAt = readNumber(offsetAt, offsetsEnd, &offset);
+    BagFile::TopicHeader entry;
+    entry.topicId = static_cast<std::int32_t>(topic.topicId);
+    const char* const body = at + 2;  // behind tag and length
+    at = body + byteAt(at + 1);
+    if (!readEntry(body, at, end, &entry)) break;  // never: the scan has seen that it is sound
+    use(entry, offset);
+  }
+}
+
 std::shared_ptr<BagFile::TopicIndex> decodeTopic(std::string_view data, const EncodedTopic& topic) {
   auto index = std::make_shared<BagFile::TopicIndex>();
   index->countSum = topic.totals.countSum;
   index->rawSizeSum = topic.totals.rawSizeSum;
   index->startTime = topic.totals.startTime;
   index->endTime = topic.totals.endTime;
-  index->chunkOffsets.resize(topic.totals.chunks);
+  index->chunkOffsets.reserve(topic.totals.chunks);
   index->entries.reserve(topic.totals.chunks);
   osmik::useLargePages(index->entries.data(), topic.totals.chunks * sizeof(BagFile::TopicHeader));
-  index->entries.resize(topic.totals.chunks);
-
-  const char* at = data.data() + topic.offsetsAt;
-  const char* end = data.data() + topic.offsetsEnd;
-  for (std::uint64_t& offset : index->chunkOffsets) at = readNumber(at, end, &offset);
-
-  at = data.data() + topic.entriesAt;
-  end = data.data() + topic.entriesEnd;
-  for (BagFile::TopicHeader& entry : index->entries) {
-    const char* const body = at + 2;  // behind tag and length
-    at = body + byteAt(at + 1);
-    entry.topicId = static_cast<std::int32_t>(topic.topicId);
-    if (!readEntry(body, at, end, &entry)) break;  // never: the scan has seen that it is sound
-  }
+  visitTopic(data, topic, [&](const BagFile::TopicHeader& entry, std::uint64_t offset) {
+    index->chunkOffsets.push_back(offset);
+    index->entries.push_back(entry);
+  });
   return index;
 }
 

@@ -2,6 +2,7 @@
 #define MORVA_STORAGE_INDEX_SCAN_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -68,6 +69,12 @@ class IndexScan {
 
 /// Scans an index that lies in memory. @return False where it has not the usual form.
 [[nodiscard]] bool scanTopicIndexes(std::string_view data, std::vector<EncodedTopic>* topics);
+
+/// Takes an entry, and the offset of its message's chunk.
+using OnEntry = std::function<void(const BagFile::TopicHeader& entry, std::uint64_t chunkOffset)>;
+
+/// Calls `use` with every entry of a topic that a scan of `data` has found.
+void visitTopic(std::string_view data, const EncodedTopic& topic, const OnEntry& use);
 
 /// Decodes a topic that a scan of `data` has found.
 [[nodiscard]] std::shared_ptr<BagFile::TopicIndex> decodeTopic(std::string_view data,

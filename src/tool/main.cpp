@@ -125,19 +125,23 @@ void runUnpack(BagCommand& command) {
 
 using CommandFunction = void (*)(BagCommand&);
 
-CommandFunction findCommand(std::string_view word) {
-  struct Row {
-    std::string_view word;
-    CommandFunction run;
+struct CommandRow {
+  std::string_view word;
+  CommandFunction run;
+  bool listsMessages;  ///< needs the index's entries, not only its totals
+};
+
+// The commands that export open the bag once more for each topic.
+const CommandRow& findCommand(std::string_view word) {
+  static constexpr CommandRow kRows[] = {
+      {"info", runInfo, false},     {"pinfo", runDeviceInfo, false}, {"view", runView, true},
+      {"export", runExport, false}, {"unpack", runUnpack, false},
   };
-  static constexpr Row kRows[] = {
-      {"info", runInfo},     {"pinfo", runDeviceInfo}, {"view", runView},
-      {"export", runExport}, {"unpack", runUnpack},
-  };
-  for (const Row& row : kRows) {
-    if (row.word == word) return row.run;
+  static constexpr CommandRow kUnknown{"", runUnknown, false};
+  for (const CommandRow& row : kRows) {
+    if (row.word == word) return row;
   }
-  return runUnknown;
+  return kUnknown;
 }
 
 // Every command that opens the bag: 0 whatever the command prints.
@@ -154,11 +158,14 @@ int runOnBag(const ArgOption& options, const char* program, const std::string& w
                      .topics = options["topic"],
                      .outDir = FilePath(dir).realPath(),
                      .threads = intValue(options, "t", 1)};
-  if (const int code = command.bag.open(command.bagPath, BagMode::kRead); code != 0) {
+  const CommandRow& row = findCommand(word);
+  const int code = row.listsMessages ? command.bag.open(command.bagPath, BagMode::kRead)
+                                     : command.bag.openForInfo(command.bagPath);
+  if (code != 0) {
     mainLog().error("open bag file(%s) error(%d)!", command.bagPath, code);
     return kFailure;
   }
-  findCommand(word)(command);
+  row.run(command);
   command.bag.close();
   return kSuccess;
 }

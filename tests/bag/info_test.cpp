@@ -59,6 +59,22 @@ TEST_F(GetInfo, SumsUpFileAndTopics) {
   EXPECT_EQ(gnss.total, 4U);
 }
 
+TEST_F(GetInfo, HandleOpenedForInfoGivesTheSameAndNoViews) {
+  const BagInfo whole = infoOf({"/imu", "/gnss"}, {{.topic = "/imu", .firstTimeUs = 30, .count = 2},
+                                                   {.topic = "/gnss", .firstTimeUs = 50}});
+  MorvaBag bag;
+  ASSERT_EQ(bag.openForInfo(dir_ / "a.kbag"), 0);
+  const BagInfo info = bag.getInfo();
+  EXPECT_EQ(info.topicCount, whole.topicCount);
+  EXPECT_EQ(info.chunkCount, whole.chunkCount);
+  EXPECT_EQ(info.indexChunkOffset, whole.indexChunkOffset);
+  ASSERT_EQ(namesOf(info), namesOf(whole));
+  EXPECT_EQ(info.topics[1].messageCount, 2U);
+  EXPECT_EQ(info.topics[1].startTime, 30);
+  EXPECT_TRUE(bag.getView("/imu", 0, -1).indexes.empty());
+  EXPECT_EQ(bag.openForInfo(dir_ / "missing.kbag"), MorvaBag::kOpenMissing);
+}
+
 TEST_F(GetInfo, TopicWithoutMessagesCountsButIsNotListed) {
   const BagInfo info = infoOf({"/imu", "/empty"}, {{.topic = "/imu", .firstTimeUs = 1}});
   EXPECT_EQ(info.topicCount, 2U);

@@ -60,6 +60,55 @@ TEST_P(BagReaderIndex, TotalsAreThoseOfTheDecodedTopics) {
   EXPECT_FALSE(reader.topicTotals("/unknown"));
 }
 
+TEST_P(BagReaderIndex, TotalsAreTheSameWhereNothingElseIsKept) {
+  write(200);
+  BagReader whole;
+  ASSERT_EQ(whole.open(path_), 0);
+  BagReader reader;
+  reader.keepOfIndex(BagReader::Keep::kTotals);
+  ASSERT_EQ(reader.open(path_), 0);
+  for (const char* topic : {"/a", "/b"}) {
+    const auto totals = reader.topicTotals(topic);
+    ASSERT_TRUE(totals);
+    EXPECT_EQ(totals->countSum, whole.topicTotals(topic)->countSum);
+    EXPECT_EQ(totals->rawSizeSum, whole.topicTotals(topic)->rawSizeSum);
+    EXPECT_EQ(totals->startTime, whole.topicTotals(topic)->startTime);
+    EXPECT_EQ(totals->endTime, whole.topicTotals(topic)->endTime);
+    EXPECT_EQ(totals->chunks, whole.topicTotals(topic)->chunks);
+  }
+  EXPECT_FALSE(reader.topicTotals("/none"));
+}
+
+TEST_P(BagReaderIndex, VisitGivesTheEntriesDecodedOrNot) {
+  write(200);
+  BagReader reader;
+  ASSERT_EQ(reader.open(path_), 0);
+  std::vector<BagFile::TopicHeader> entries;
+  std::vector<std::uint64_t> offsets;
+  const auto collect = [&](const BagFile::TopicHeader& entry, std::uint64_t offset) {
+    entries.push_back(entry);
+    offsets.push_back(offset);
+  };
+  ASSERT_TRUE(reader.visitTopic("/a", collect));
+  const auto index = reader.topicIndex("/a");  // decoded from here on
+  EXPECT_EQ(offsets, index->chunkOffsets);
+  ASSERT_TRUE(reader.visitTopic("/a", collect));
+  const std::size_t count = index->entries.size();
+  ASSERT_EQ(entries.size(), 2 * count);
+  for (std::size_t i = 0; i < 2 * count; ++i) {
+    const BagFile::TopicHeader& entry = index->entries[i % count];
+    EXPECT_EQ(offsets[i], index->chunkOffsets[i % count]);
+    EXPECT_EQ(entries[i].time, entry.time);
+    EXPECT_EQ(entries[i].rawSize, entry.rawSize);
+    EXPECT_EQ(entries[i].count, entry.count);
+    EXPECT_EQ(entries[i].headerTimes, entry.headerTimes);
+    EXPECT_EQ(entries[i].topicId, entry.topicId);
+    EXPECT_EQ(entries[i].storedSize, entry.storedSize);
+  }
+  EXPECT_FALSE(reader.visitTopic("/none", collect));
+  EXPECT_FALSE(reader.visitTopic("/unknown", collect));
+}
+
 TEST_P(BagReaderIndex, TopicIsDecodedOnceByManyThreads) {
   write(300);
   BagReader reader;
@@ -99,13 +148,18 @@ TEST_P(BagReaderIndex, IndexThatIsNotKeptGetsTheSameVerdictAndLines) {
     BagReader keeping;
     const int code = keeping.open(path_);
     const std::vector<std::string> lines = log_.lines();
-    log_.clear();
-    BagReader walking;
-    walking.keepNoIndex();
-    ASSERT_EQ(walking.open(path_), code) << at;
-    ASSERT_EQ(log_.lines(), lines) << at;
-    EXPECT_FALSE(walking.topicIndex("/a"));
-    EXPECT_TRUE(walking.topicIndexes().empty());
+    for (const BagReader::Keep keep : {BagReader::Keep::kNothing, BagReader::Keep::kTotals}) {
+      log_.clear();
+      BagReader reader;
+      reader.keepOfIndex(keep);
+      ASSERT_EQ(reader.open(path_), code) << at;
+      ASSERT_EQ(log_.lines(), lines) << at;
+      EXPECT_FALSE(reader.topicIndex("/a"));
+      EXPECT_FALSE(reader.visitTopic("/a", [](const auto&, std::uint64_t) { FAIL(); }));
+      EXPECT_TRUE(reader.topicIndexes().empty());
+      EXPECT_EQ(reader.topicTotals("/a").has_value(),
+                code == 0 && keep == BagReader::Keep::kTotals && keeping.topicTotals("/a"));
+    }
     if (code != 0) ++refused;
   }
   EXPECT_GT(refused, 30);
@@ -125,7 +179,7 @@ TEST(BagReaderPlainIndex, TakesNoMemoryWhereItIsNotKept) {
   }
   ASSERT_TRUE(writer.close());
   BagReader reader;
-  reader.keepNoIndex();
+  reader.keepOfIndex(BagReader::Keep::kNothing);
   const LargestAllocation memory;
   ASSERT_EQ(reader.open(dir / "a.kbag"), 0);
   EXPECT_LE(memory.bytes(), osmik::File::kMaxPeekBytes + 64);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <kbag_msgs.pb.h>
 
 #include "support/bag_builder.h"
 
@@ -94,6 +95,83 @@ TEST(TopicIndexCodec, WritesTheSameBytes) {
   std::string back;
   ASSERT_TRUE(encodeTopicIndexes(decoded(bytes), &back));
   EXPECT_EQ(back, bytes);
+}
+
+/// A number of any size, and often one at which its length in bytes changes.
+std::uint64_t anyNumber(std::mt19937_64* random) {
+  const auto bits = static_cast<unsigned>((*random)() % 65);
+  if (bits == 0) return 0;
+  const std::uint64_t number = (*random)() >> (64 - bits);
+  return (*random)() % 3 == 0 ? std::uint64_t{1} << (bits - 1) : number;
+}
+
+BagFile::TopicIndex anyIndex(std::mt19937_64* random) {
+  const auto number = [random] { return anyNumber(random); };
+  const auto narrow = [random] { return static_cast<std::uint32_t>(anyNumber(random)); };
+  const auto time = [random] { return static_cast<std::int64_t>(anyNumber(random)); };
+  BagFile::TopicIndex index;
+  index.countSum = narrow();
+  index.rawSizeSum = number();
+  index.startTime = time();
+  index.endTime = time();
+  for (std::uint64_t left = (*random)() % 40; left > 0; --left) {
+    index.chunkOffsets.push_back(number());
+    BagFile::TopicHeader& entry = index.entries.emplace_back();
+    entry.time = time();
+    entry.rawSize = narrow();
+    entry.count = narrow();
+    entry.headerTimes = {time(), time()};
+    entry.storedSize = narrow();
+  }
+  return index;
+}
+
+std::string serialized(const BagFile::TopicIndexes& indexes) {
+  protix::kbag_msgs::ChunkIndexData message;
+  for (const auto& [id, index] : indexes) {
+    auto* const topic = message.add_indexes();
+    topic->set_topic_id(id);
+    topic->set_count_sum(index->countSum);
+    topic->set_raw_size_sum(index->rawSizeSum);
+    topic->set_start_time(index->startTime);
+    topic->set_end_time(index->endTime);
+    for (const std::uint64_t offset : index->chunkOffsets) topic->add_chunk_offsets(offset);
+    for (const BagFile::TopicHeader& entry : index->entries) {
+      auto* const info = topic->add_infos();
+      info->set_time(entry.time);
+      info->set_count(entry.count);
+      info->set_raw_size(entry.rawSize);
+      info->set_first_header_time(entry.headerTimes[0]);
+      info->set_second_header_time(entry.headerTimes[1]);
+      info->set_stored_size(entry.storedSize);
+    }
+  }
+  return message.SerializeAsString();
+}
+
+TEST(TopicIndexCodec, WritesWhatTheGeneralSerializerWrites) {
+  std::mt19937_64 random(71);
+  for (int i = 0; i < 2000; ++i) {
+    BagFile::TopicIndexes indexes;
+    for (std::uint64_t topics = random() % 4; topics > 0; --topics) {
+      indexes[static_cast<std::uint32_t>(anyNumber(&random))] =
+          std::make_shared<BagFile::TopicIndex>(anyIndex(&random));
+    }
+    std::string bytes;
+    ASSERT_TRUE(encodeTopicIndexes(indexes, &bytes));
+    ASSERT_EQ(bytes, serialized(indexes)) << i;
+  }
+}
+
+TEST(TopicIndexCodec, IndexThatNoChunkCanHoldIsRefused) {
+  BagFile::TopicIndexes indexes;
+  const auto index = std::make_shared<BagFile::TopicIndex>();
+  index->chunkOffsets.assign(2'000'000, ~std::uint64_t{0});  // 10 bytes each
+  for (std::uint32_t id = 0; id < 107; ++id) indexes[id] = index;
+  std::string bytes = "left over";
+  indexes[107] = index;  // 20 MB for each of 108
+  EXPECT_FALSE(encodeTopicIndexes(indexes, &bytes));
+  EXPECT_EQ(bytes, "");
 }
 
 TEST(TopicIndexCodec, TopicWithoutMessagesIsWrittenAndIgnoredWhenRead) {
