@@ -53,7 +53,9 @@ bool Directory::removeLinks(const std::string& root, const std::string& below) {
   for (const fs::path& component : fs::path(below).relative_path()) {
     path /= component;
     std::error_code error;
-    if (fs::is_symlink(fs::symlink_status(path, error)) && !fs::remove(path, error)) return false;
+    const fs::file_status status = fs::symlink_status(path, error);
+    if (!fs::status_known(status)) return false;  // it may be one
+    if (fs::is_symlink(status) && !fs::remove(path, error)) return false;
   }
   return true;
 }

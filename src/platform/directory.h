@@ -25,7 +25,7 @@ class Directory {
   static bool removeDir(const std::string& path, bool recursive);
 
   /// Removes the symbolic links among the components of `below`, a path relative to `root`, so that
-  /// what is made there lies in `root`. @return False when a link cannot be removed.
+  /// what is made there lies in `root`. @return False when a link may be left.
   static bool removeLinks(const std::string& root, const std::string& below);
 
   /// Names of the regular files in `path` that match `pattern` whole (ECMAScript), in ascending

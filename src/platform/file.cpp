@@ -36,6 +36,16 @@ int openFlags(OpenMode mode) {
   return O_RDONLY | kCommon;
 }
 
+/// Makes a call that returns 0, again where it was interrupted. @return False with errno set.
+template <typename Call>
+bool repeated(const Call& call) {
+  int result = 0;
+  do {
+    result = call();
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
 }  // namespace
 
 File::~File() { close(); }
@@ -58,6 +68,8 @@ bool File::open(const std::string& path, OpenMode mode) {
     const int reason = errno;
     FileCalls::current().close(fd_);
     fd_ = -1;
+    if (mode == OpenMode::kWriteNew)
+      ::unlink(path.c_str());  // the caller does not know that it is there
     errno = reason;
     return false;
   }
@@ -271,12 +283,11 @@ bool File::flush() {
 
 bool File::sync() {
   if (!flush()) return false;
-  if (!isOpen()) return true;
-  int result = 0;
-  do {
-    result = FileCalls::current().fsync(fd_);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
+  return !isOpen() || repeated([this] { return FileCalls::current().fsync(fd_); });
+}
+
+bool File::cutTo(std::int64_t size) const {
+  return repeated([this, size] { return FileCalls::current().ftruncate(fd_, size); });
 }
 
 bool File::truncate(std::int64_t offset) {
@@ -292,9 +303,9 @@ bool File::truncate(std::int64_t offset) {
     }
     buffer_.resize(static_cast<std::size_t>(keep));
     // A direct write may have left bytes behind the position.
-    return FileCalls::current().ftruncate(fd_, position_) == 0;
+    return cutTo(position_);
   }
-  if (FileCalls::current().ftruncate(fd_, offset) != 0) return false;
+  if (!cutTo(offset)) return false;
   buffer_.clear();
   position_ = offset;
   return true;
@@ -304,7 +315,8 @@ bool File::close() {
   if (!isOpen()) return true;
   const bool flushed = flush();
   const int reason = errno;
-  const bool closed = FileCalls::current().close(fd_) == 0;
+  // Not repeated: the descriptor is gone, and its number may be another file's by now.
+  const bool closed = FileCalls::current().close(fd_) == 0 || errno == EINTR;
   fd_ = -1;
   buffer_.clear();
   buffer_.shrink_to_fit();

@@ -59,7 +59,8 @@ class File final : public IODevice {
   ~File() override;
 
   /// @return False with errno set: no such file, no permission, a path with a NUL byte, a mode that
-  ///         finds something else than a file, or the object holds an open file.
+  ///         finds something else than a file, or the object holds an open file. A new file is
+  ///         not left behind.
   [[nodiscard]] bool open(const std::string& path, OpenMode mode);
   [[nodiscard]] bool isOpen() const { return fd_ >= 0; }
   [[nodiscard]] const std::string& path() const { return path_; }
@@ -115,6 +116,7 @@ class File final : public IODevice {
  private:
   [[nodiscard]] std::int64_t readAt(void* out, std::size_t size, std::int64_t offset) const;
   [[nodiscard]] std::int64_t writeAt(const void* data, std::size_t size, std::int64_t offset) const;
+  [[nodiscard]] bool cutTo(std::int64_t size) const;
   [[nodiscard]] bool isServable(OpenMode mode) const;
   [[nodiscard]] bool isReading() const;
   /// What lies ready from the position on.

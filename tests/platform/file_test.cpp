@@ -516,6 +516,30 @@ TEST_F(FileWrite, SeekFailsWhereTheFlushFails) {
   EXPECT_EQ(file_.pos(), 5);
 }
 
+TEST_F(FileWrite, InterruptedSyncAndTruncateAreRepeated) {
+  calls_.fail(Call::kFsync, 1, 2, EINTR);
+  calls_.fail(Call::kFtruncate, 1, 1, EINTR);
+  calls_.fail(Call::kFtruncate, 3, 1, EINTR);
+  File file;
+  ASSERT_TRUE(file.open(path_, OpenMode::kWrite));
+  ASSERT_EQ(file.write("abcdef"), 6);
+  EXPECT_TRUE(file.sync());
+  EXPECT_TRUE(file.truncate(6));
+  EXPECT_TRUE(file.truncate(3));
+  EXPECT_TRUE(file.close());
+  EXPECT_EQ(readFile(path_), "abc");
+}
+
+TEST_F(FileWrite, InterruptedCloseIsDone) {
+  calls_.fail(Call::kClose, 1, 1, EINTR);
+  File file;
+  ASSERT_TRUE(file.open(path_, OpenMode::kWrite));
+  ASSERT_EQ(file.write("abc"), 3);
+  EXPECT_TRUE(file.close());
+  EXPECT_FALSE(file.isOpen());
+  EXPECT_EQ(calls_.count(Call::kClose), 1) << "the descriptor's number may be another file's";
+}
+
 TEST_F(FileWrite, InterruptedAndShortCallsAreContinued) {
   open(0);
   calls_.fail(Call::kPwrite, 1, 1, EINTR);
