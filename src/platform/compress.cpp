@@ -56,6 +56,14 @@ bool decompressInSteps(ZSTD_DCtx* context, ZSTD_inBuffer* input, std::size_t raw
   return true;
 }
 
+/// Whether so few bytes are not believed to hold so many: a few kilobytes could otherwise fill the
+/// memory. The writer leaves such data as they are.
+bool isBomb(std::size_t storedSize, std::size_t rawSize) {
+  constexpr std::size_t kUnsuspectedBytes = 64 * 1024 * 1024;
+  constexpr std::size_t kMaxRatio = 256;
+  return rawSize > kUnsuspectedBytes && rawSize / kMaxRatio > storedSize;
+}
+
 }  // namespace
 
 std::size_t Lz4Compress::bound(std::size_t rawSize) const {
@@ -93,7 +101,7 @@ std::int64_t ZstdCompress::compress(const void* data, std::size_t size, void* ou
   ZSTD_CCtx* const context = threadCompressContext();
   if (size == 0 || context == nullptr) return 0;
   const std::size_t length = ZSTD_compressCCtx(context, out, capacity, data, size, kZstdLevel);
-  if (ZSTD_isError(length) != 0U || length >= size) return 0;
+  if (ZSTD_isError(length) != 0U || length >= size || isBomb(length, size)) return 0;
   return static_cast<std::int64_t>(length);
 }
 
@@ -101,7 +109,8 @@ std::int64_t ZstdCompress::decompress(const void* data, std::size_t size, std::s
                                       std::string* out) const {
   ZSTD_DCtx* const context = threadDecompressContext();
   if (context == nullptr || rawSize == 0) return -1;
-  if (rawSize / kZstdBlockRawBytes > size / kZstdBlockStoredBytes) return -1;
+  if (rawSize / kZstdBlockRawBytes > size / kZstdBlockStoredBytes || isBomb(size, rawSize))
+    return -1;
   if (ZSTD_getFrameContentSize(data, size) != rawSize) return -1;
   if (ZSTD_isError(ZSTD_DCtx_reset(context, ZSTD_reset_session_only)) != 0U) return -1;
 

@@ -211,6 +211,37 @@ TEST(Lz4CompressDecompress, ReadsABlockWrittenByHand) {
   EXPECT_EQ(out, std::string(21, 'a') + "bcdef");
 }
 
+/// A frame of so many blocks, each 128 KiB of one byte, stored in 4 bytes.
+std::string zstdBomb(std::uint64_t blocks) {
+  // Magic, a content size of 8 bytes behind a window descriptor of 128 KiB.
+  std::string frame("\x28\xB5\x2F\xFD\xC0\x38", 6);
+  for (int i = 0; i < 8; ++i) frame += static_cast<char>(blocks * (128 * 1024) >> (8 * i) & 0xFF);
+  for (std::uint64_t i = 1; i <= blocks; ++i) {
+    const std::uint32_t header = (i == blocks ? 1U : 0U) | 1U << 1 | (128U * 1024) << 3;
+    for (int byte = 0; byte < 3; ++byte) frame += static_cast<char>(header >> (8 * byte) & 0xFF);
+    frame += 'x';
+  }
+  return frame;
+}
+
+TEST(ZstdCompressDecompress, BombTakesNoMemory) {
+  constexpr std::size_t kBlockBytes = 128 * 1024;
+  const ZstdCompress codec;
+  for (const std::size_t blocks : {std::size_t{513}, std::size_t{8192}, std::size_t{32767}}) {
+    std::string out;
+    EXPECT_EQ(restore(codec, zstdBomb(blocks), blocks * kBlockBytes, &out), -1) << blocks;
+    EXPECT_EQ(out.capacity(), std::string().capacity());
+  }
+  std::string out;
+  EXPECT_EQ(restore(codec, zstdBomb(512), 512 * kBlockBytes, &out), 512 * kBlockBytes);
+}
+
+TEST(ZstdCompressCompress, LeavesWhatWouldPassForABomb) {
+  const ZstdCompress codec;
+  EXPECT_EQ(compressed(codec, std::string(65 << 20, 'x')), "");
+  EXPECT_NE(compressed(codec, std::string(64 << 20, 'x')), "");
+}
+
 TEST(ZstdCompressDecompress, ReadsAFrameWrittenByHand) {
   // Magic, single segment with a one-byte content size of 5, one last raw block of 5 bytes.
   const std::string frame("\x28\xB5\x2F\xFD\x20\x05\x29\x00\x00hello", 14);
