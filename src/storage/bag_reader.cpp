@@ -57,6 +57,7 @@ int BagReader::load(const std::string& path) {
     dropIndex();
   }
   fileSize_ = file_->size();
+  sizeAtOpen_ = fileSize_;
   if (const int code = readHeader(path); code != kOpenOk) return code;
   compressor_ = makeCompressor(header_.compression());
   if (header_.version() != layout::kVersion) decryptPrivateData();
@@ -203,6 +204,7 @@ bool BagReader::createTopicIndex(std::string data) {
     addEncoded(topics);
   } else {
     isSound = parseTopicIndexes(indexData_, &topicIndexes_);
+    refuseRepeating();
     indexData_ = {};
   }
   if (keep_ == Keep::kTotals) keepTotals();
@@ -224,14 +226,71 @@ void BagReader::keepTotals() {
   indexData_ = {};
 }
 
-std::shared_ptr<BagFile::TopicIndex> BagReader::decoded(std::uint32_t topicId) const {
-  if (keep_ != Keep::kEntries) return nullptr;
-  if (const auto found = topicIndexes_.find(topicId); found != topicIndexes_.end()) {
-    return found->second;
+/// Adds up the bytes of the chunks that entries name within a file of `fileBytes`.
+class BagReader::NamedBytes {
+ public:
+  explicit NamedBytes(std::int64_t fileBytes) : fileBytes_(fileBytes) {}
+
+  void add(const TopicHeader& entry, std::uint64_t chunkOffset) {
+    constexpr std::int64_t kFraming = layout::kTopicDataOffset + 4;
+    const auto offset = static_cast<std::int64_t>(
+        std::min<std::uint64_t>(chunkOffset, static_cast<std::uint64_t>(fileBytes_)));
+    const std::int64_t bytes = kFraming + entry.storedSize;
+    if (bytes <= fileBytes_ - offset) sum_ += bytes;  // others cannot be read
   }
+  [[nodiscard]] std::int64_t sum() const { return sum_; }
+
+ private:
+  std::int64_t fileBytes_;
+  std::int64_t sum_ = 0;
+};
+
+bool BagReader::isRefused(std::uint32_t topicId, const NamedBytes& named) const {
+  // Messages lie beside each other. Entries that share the bytes of few could make a reader read
+  // without an end.
+  if (named.sum() <= sizeAtOpen_) return false;
+  log_.error("index of topic(%u) names %lld bytes, the file holds %lld!", topicId, named.sum(),
+             sizeAtOpen_);
+  return true;
+}
+
+void BagReader::refuseRepeating() {
+  for (auto& [id, index] : topicIndexes_) {
+    NamedBytes named(sizeAtOpen_);
+    for (std::size_t i = 0; i < index->entries.size(); ++i) {
+      named.add(index->entries[i], index->chunkOffsets[i]);
+    }
+    if (isRefused(id, named)) index = std::make_shared<TopicIndex>();
+  }
+}
+
+const EncodedTopic* BagReader::encodedTopic(std::uint32_t topicId) const {
   const auto encoded = encodedTopics_.find(topicId);
-  if (encoded == encodedTopics_.end()) return nullptr;
-  return topicIndexes_[topicId] = decodeTopic(indexData_, encoded->second);
+  if (encoded == encodedTopics_.end() || keep_ != Keep::kEntries) return nullptr;
+  if (!acceptedTopics_.contains(topicId)) {
+    NamedBytes named(sizeAtOpen_);
+    morva::visitTopic(indexData_, encoded->second,
+                      [&named](const TopicHeader& entry, std::uint64_t chunkOffset) {
+                        named.add(entry, chunkOffset);
+                      });
+    if (isRefused(topicId, named)) {
+      topicIndexes_[topicId] = std::make_shared<TopicIndex>();
+      return nullptr;
+    }
+    acceptedTopics_.insert(topicId);
+  }
+  return &encoded->second;
+}
+
+/// The index of a topic, decoded where it is not yet.
+std::shared_ptr<BagFile::TopicIndex> BagReader::decoded(std::uint32_t topicId) const {
+  if (!topicIndexes_.contains(topicId)) {
+    if (const EncodedTopic* const encoded = encodedTopic(topicId); encoded != nullptr) {
+      topicIndexes_[topicId] = decodeTopic(indexData_, *encoded);
+    }
+  }
+  const auto found = topicIndexes_.find(topicId);
+  return found == topicIndexes_.end() ? nullptr : found->second;
 }
 
 const BagFile::TopicIndexes& BagReader::topicIndexes() const {
@@ -249,14 +308,16 @@ std::shared_ptr<BagFile::TopicIndex> BagReader::topicIndex(const std::string& to
 
 bool BagReader::visitTopic(const std::string& topic, const OnEntry& use) const {
   const auto id = topicIds_.find(topic);
-  if (id == topicIds_.end() || keep_ != Keep::kEntries) return false;
+  if (id == topicIds_.end()) return false;
   const std::lock_guard lock(indexMutex_);
-  const auto encoded = encodedTopics_.find(id->second);
-  const auto index = topicIndexes_.find(id->second);
-  if (index == topicIndexes_.end()) {
-    if (encoded != encodedTopics_.end()) morva::visitTopic(indexData_, encoded->second, use);
-    return encoded != encodedTopics_.end();
+  if (!topicIndexes_.contains(id->second)) {
+    if (const EncodedTopic* const encoded = encodedTopic(id->second); encoded != nullptr) {
+      morva::visitTopic(indexData_, *encoded, use);
+      return true;
+    }
   }
+  const auto index = topicIndexes_.find(id->second);
+  if (index == topicIndexes_.end()) return false;
   for (std::size_t i = 0; i < index->second->entries.size(); ++i) {
     use(index->second->entries[i], index->second->chunkOffsets[i]);
   }
@@ -278,6 +339,7 @@ std::optional<BagFile::TopicTotals> BagReader::topicTotals(const std::string& to
 void BagReader::dropIndex() {
   topicIndexes_.clear();
   encodedTopics_.clear();
+  acceptedTopics_.clear();
   indexData_ = {};
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -121,6 +122,13 @@ class BagReader final : public BagFile {
   [[nodiscard]] bool createTopicIndexFromFile(const Header& header, const std::string& indexPath);
   [[nodiscard]] bool readSideChunk(osmik::File* file, std::string* data) const;
   [[nodiscard]] std::shared_ptr<TopicIndex> decoded(std::uint32_t topicId) const;
+  /// Refuses topics whose entries name more bytes than the file has, with an error line: what
+  /// others see is a topic without messages.
+  class NamedBytes;
+  [[nodiscard]] bool isRefused(std::uint32_t topicId, const NamedBytes& named) const;
+  void refuseRepeating();
+  /// Null where there is none, or it was refused.
+  [[nodiscard]] const EncodedTopic* encodedTopic(std::uint32_t topicId) const;
 
   [[nodiscard]] bool seekToChunk(const Chunk* chunk, std::int64_t offset, const Log& (*log)());
   [[nodiscard]] bool readFraming(Chunk* chunk, std::int64_t offset, Stored* stored);
@@ -151,10 +159,12 @@ class BagReader final : public BagFile {
   Keep keep_ = Keep::kEntries;
   std::int64_t soundIndexAt_ = -1;  ///< offset of the index chunk that open() has verified
   std::int64_t fileSize_ = 0;       ///< as last looked at: a bag may still be growing
+  std::int64_t sizeAtOpen_ = 0;
   TopicNames topicNames_;
   mutable std::mutex indexMutex_;  ///< guards the index of the open bag, topicIndexes_ included
   std::string indexData_;          ///< serialized; empty where all of it is decoded
   std::map<std::uint32_t, EncodedTopic> encodedTopics_;  ///< by id, of indexData_
+  mutable std::set<std::uint32_t> acceptedTopics_;       ///< encoded, and looked at
   // Memory that is kept to be used again; guarded by mutex_.
   std::vector<std::string> spares_;  ///< for stored bytes, while a message is restored from them
   std::string packed_;               ///< of verify(): stored bytes

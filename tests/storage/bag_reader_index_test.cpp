@@ -6,10 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include "storage/bag_layout.h"
 #include "storage/bag_reader.h"
 #include "storage/bag_writer.h"
 #include "storage/largest_allocation.h"
 #include "storage/random_messages.h"
+#include "support/bag_builder.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -183,6 +185,54 @@ TEST(BagReaderPlainIndex, TakesNoMemoryWhereItIsNotKept) {
   const LargestAllocation memory;
   ASSERT_EQ(reader.open(dir / "a.kbag"), 0);
   EXPECT_LE(memory.bytes(), osmik::File::kMaxPeekBytes + 64);
+}
+
+/// A bag with one message of `bytes` bytes, and `entries` entries of the index for it.
+std::string repeatingBag(std::size_t bytes, std::size_t entries, std::uint64_t step) {
+  BagBuilder builder;
+  BuiltMessage message;
+  message.stored = std::string(bytes, 'x');
+  builder.topic(0, "/imu").message(message);
+  std::string bag = builder.buildUnclosed();
+  BuiltIndex index;
+  index.countSum = 1;
+  index.rawSizeSum = bytes;
+  for (std::size_t i = 0; i < entries; ++i) {
+    index.offsets.push_back(builder.chunkOffset(0) + i * step);
+    index.messages.push_back(message);
+    if (i * step < bytes) index.messages.back().stored.resize(bytes - i * step);
+  }
+  const std::string data = indexBytes({index});
+  patch<std::uint64_t>(&bag, layout::kIndexChunkOffsetOffset, bag.size());
+  fixHeaderCrc(&bag);
+  return bag + chunkBytes(layout::kIndexChunk, timedChunkHeader(data.size()), data);
+}
+
+TEST(BagReaderHostileIndex, EntriesThatShareBytesAreRefusedOnce) {
+  const TempDir dir;
+  const LogCapture log;
+  for (const std::uint64_t step : {std::uint64_t{0}, std::uint64_t{10}}) {
+    writeFile(dir / "a.kbag", repeatingBag(10'000, 300, step));
+    BagReader reader;
+    ASSERT_EQ(reader.open(dir / "a.kbag"), 0);
+    EXPECT_TRUE(reader.topicIndex("/imu")->entries.empty());
+    EXPECT_TRUE(reader.topicIndex("/imu")->entries.empty());
+  }
+  EXPECT_EQ(log.errors().size(), 2U);
+}
+
+TEST(BagReaderHostileIndex, EntriesBehindTheEndCountForNothing) {
+  const TempDir dir;
+  const LogCapture log;
+  writeFile(dir / "a.kbag", repeatingBag(10'000, 1, 0));
+  BagReader reader;
+  ASSERT_EQ(reader.open(dir / "a.kbag"), 0);
+  EXPECT_EQ(reader.topicIndex("/imu")->entries.size(), 1U);
+  writeFile(dir / "a.kbag", repeatingBag(10'000, 50, 1'000'000));
+  BagReader cut;
+  ASSERT_EQ(cut.open(dir / "a.kbag"), 0);
+  EXPECT_EQ(cut.topicIndex("/imu")->entries.size(), 50U);
+  EXPECT_TRUE(log.errors().empty());
 }
 
 }  // namespace
