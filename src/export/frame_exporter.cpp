@@ -3,13 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <filesystem>
 #include <string_view>
-#include <system_error>
 
 #include "export/plain_files.h"
 #include "platform/file_path.h"
-#include "platform/ignore_result.h"
 
 namespace morva {
 namespace {
@@ -94,14 +91,6 @@ std::string fileOf(const Table& table, const std::string& topic) {
   return row == nullptr ? std::string() : std::string(row->file);
 }
 
-/// Removes `path` where it is a symbolic link, so that what is written does not end up elsewhere.
-void removeLink(const std::string& path) {
-  std::error_code error;
-  if (std::filesystem::is_symlink(std::filesystem::symlink_status(path, error))) {
-    ignoreResult(osmik::File::remove(path));  // the open that follows tells
-  }
-}
-
 }  // namespace
 
 FrameExporter::FrameExporter(MorvaBag* bag, const std::string& dir) : bag_(bag), dir_(dir) {}
@@ -148,10 +137,8 @@ bool FrameExporter::exportImage(const std::string& topic, const MorvaBag::View& 
   if (output == nullptr) return false;
 
   const std::string path = dir_ + "/" + std::string(output->file);
-  removeLink(path);
   osmik::File file;
-  file.setWMBuffer(kWriteBufferBytes);
-  if (!file.open(path, osmik::OpenMode::kWrite)) {
+  if (!openNewFile(path, kWriteBufferBytes, &file)) {
     log_.error("create file(%s) error!", path);
     return false;
   }

@@ -23,7 +23,10 @@ std::optional<std::int64_t> writeNewFile(const std::string& path, const std::str
   osmik::File file;
   if (!openNewFile(path, 0, &file)) return std::nullopt;
   const std::int64_t written = file.writeData(data.data(), static_cast<std::int64_t>(data.size()));
-  return file.close() ? written : -1;
+  const bool isClosed = file.close();
+  // Half a file would pass for a whole one.
+  if (!isClosed || !isAll(written, data)) osmik::File::remove(path);
+  return isClosed ? written : -1;
 }
 
 bool writeRawData(const Log& log, const char* errorText, const MorvaBag& bag,
