@@ -125,8 +125,7 @@ void BagTool::dataExportTask() {
   BatchRun run(this);
   if (!run.openBags(passes)) return;
   run.forEachBag([&](const BatchRun::Job& job) {
-    run.prepareOutput(job);
-    run.exportTopics(job, passes);
+    if (run.prepareOutput(job, passes)) run.exportTopics(job, passes);
   });
   run.finish();
 }

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "platform/directory.h"
-#include "platform/ignore_result.h"
 #include "task/project_folder.h"
 #include "task/task_line.h"
 
@@ -67,14 +66,35 @@ void BatchRun::forEachBag(const std::function<void(const Job& job)>& work) {
   }
 }
 
-void BatchRun::prepareOutput(const Job& job) {
+bool BatchRun::prepareOutput(const Job& job, const TopicFilter& wanted) {
+  const auto tell = [this](const char* what, const std::string& path) {
+    logout(taskLine("<W>%s BagTool::%s,%s directory(%s) error!\n", kMethod, what, path));
+  };
   for (const char* folder : kFreshFolders) {
     const std::string path = job.outputPath + folder;
-    // What cannot be emptied or made shows when a topic's files cannot be created there.
-    ignoreResult(osmik::Directory::removeLinks(job.outputPath, folder));
-    ignoreResult(osmik::Directory::removeDir(path, true));
-    ignoreResult(osmik::Directory::createDir(path, true));
+    if (!osmik::Directory::removeLinks(job.outputPath, folder)) {
+      logout(taskLine("<E>%s BagTool::%s,remove links in(%s) error!\n", kMethod, path));
+      failTopics(job, wanted);
+      return false;
+    }
+    // Old files would pass for this bag's.
+    if (!osmik::Directory::removeDir(path, true)) tell("remove", path);
+    if (!osmik::Directory::createDir(path, true)) tell("create", path);
   }
+  return true;
+}
+
+void BatchRun::failTopics(const Job& job, const TopicFilter& wanted) {
+  const BagInfo info = job.bag->getInfo();
+  for (const TopicInfo& topic : info.topics) {
+    if (wanted(info, topic)) failTopic(job, topic.name);
+  }
+}
+
+void BatchRun::failTopic(const Job& job, const std::string& topic) {
+  logout(taskLine("<W>%s BagTool::%s,unpack [%s][%s] error!\n", kMethod, job.outputPath, topic));
+  const std::lock_guard lock(tool_->failedTopicsMutex_);
+  tool_->failedTopics_.push_back({job.outputPath, topic});
 }
 
 void BatchRun::exportTopics(const Job& job, const TopicFilter& wanted) {
@@ -94,11 +114,7 @@ void BatchRun::exportTopic(const Job& job, const std::string& topic, const Expor
   DataExporter exporter(job.bag.get(), job.outputPath,
                         [this](std::uint64_t topicBytes) { return reportProgress(topicBytes); });
   trace_.info("export [%s] data start ...", topic);
-  if (!work(&exporter)) {
-    logout(taskLine("<W>%s BagTool::%s,unpack [%s][%s] error!\n", kMethod, job.outputPath, topic));
-    const std::lock_guard lock(tool_->failedTopicsMutex_);
-    tool_->failedTopics_.push_back({job.outputPath, topic});
-  }
+  if (!work(&exporter)) failTopic(job, topic);
   trace_.info("export [%s] data finished.", topic);
   finishTopic();
 }

@@ -42,7 +42,9 @@ class BatchRun {
   void forEachBag(const std::function<void(const Job& job)>& work);
 
   /// Empties and re-creates the folders of the job's output that hold many files.
-  void prepareOutput(const Job& job);
+  /// @return False, with the topics that pass `wanted` logged and noted as failed, where what they
+  ///         write might end up elsewhere.
+  [[nodiscard]] bool prepareOutput(const Job& job, const TopicFilter& wanted);
 
   /// Unpacks every topic of the job's bag that passes `wanted`, in the bag's order.
   void exportTopics(const Job& job, const TopicFilter& wanted);
@@ -60,6 +62,8 @@ class BatchRun {
 
  private:
   void openBag(const BagTool::ProjectInfo& project, const TopicFilter& counted);
+  void failTopics(const Job& job, const TopicFilter& wanted);
+  void failTopic(const Job& job, const std::string& topic);
   [[nodiscard]] bool reportProgress(std::uint64_t topicBytes);
   void finishTopic();
 

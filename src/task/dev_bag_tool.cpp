@@ -20,8 +20,7 @@ void DevBagTool::dataExportTask() {
   BatchRun run(this);
   if (!run.openBags(DeviceExport::isCounted)) return;
   run.forEachBag([&](const BatchRun::Job& job) {
-    run.prepareOutput(job);
-    DeviceExport(&run, &job).run();
+    if (run.prepareOutput(job, DeviceExport::isCounted)) DeviceExport(&run, &job).run();
   });
   run.finish();
 }

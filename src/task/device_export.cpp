@@ -7,6 +7,7 @@
 
 #include "export/frame_loop.h"
 #include "export/param_reader.h"
+#include "export/plain_files.h"
 #include "messages/msg_converter.h"
 #include "platform/file.h"
 #include "platform/ignore_result.h"
@@ -115,7 +116,7 @@ void DeviceExport::takeCalibrationFile(const FileFrame& file) {
 void DeviceExport::writeCameraFile(const std::string& content) {
   const std::string path = job_->outputPath + "/calib/config/" + std::string(kCameraFile);
   osmik::File file;
-  if (!file.open(path, osmik::OpenMode::kWrite)) {
+  if (!openNewFile(path, 0, &file)) {
     run_->logout(taskLine("<E>%s BagTool::%s,create camera.yaml error!\n", kMethod));
     return;
   }
@@ -139,7 +140,9 @@ void DeviceExport::writeImuCameraFile() {
   // The colon belongs to the key. The elements stand column by column, as the matrix stores them.
   yaml.set("transform:",
            std::vector<float>(cameraFromImu.data(), cameraFromImu.data() + cameraFromImu.size()));
-  if (!yaml.toFile(job_->outputPath + "/calib/config/imu_camera0.yaml", -1, -1)) {
+  const std::string path = job_->outputPath + "/calib/config/imu_camera0.yaml";
+  // What has the name may be a link.
+  if (!osmik::File::remove(path) || !yaml.toFile(path, -1, -1)) {
     run_->logout(taskLine("<E>%s BagTool::%s,save imu_camera0.yaml error!\n", kMethod));
   }
 }

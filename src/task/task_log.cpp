@@ -36,8 +36,12 @@ bool BagTool::initLog(const std::string& dir) {
     const std::lock_guard lock(logMutex_);
     if (log_ != nullptr) ignoreResult(std::fflush(log_.get()));  // as for closing
   }
-  LogFile file(std::fopen(name.c_str(), "wb+"));
-  const int error = errno;
+  LogFile file;
+  int error = 0;
+  do {
+    file.reset(std::fopen(name.c_str(), "wb+"));
+    error = errno;
+  } while (file == nullptr && error == EINTR);
   const bool opened = file != nullptr;
   replaceLog(std::move(file));
   if (!opened) {

@@ -16,7 +16,6 @@
 #include "platform/date_time.h"
 #include "platform/directory.h"
 #include "platform/file_path.h"
-#include "platform/ignore_result.h"
 #include "platform/log.h"
 #include "tool/console.h"
 
@@ -133,14 +132,19 @@ std::string outputDirectory(const TopicCommand& command, const TopicRequest& req
   return bag.dirName() + command.dirPrefix + bag.baseName();
 }
 
-void makeFreshDirectories(const TopicCommand& command, const std::string& outDir, const Log& log) {
+/// @return False, after an error line, where what is written might end up elsewhere.
+bool makeFreshDirectories(const TopicCommand& command, const std::string& outDir, const Log& log) {
   for (const std::string& subDir : command.subDirs) {
     const std::string path = outDir + subDir;
-    // Both failures show again when a topic's file cannot be created there, or stale files remain.
-    ignoreResult(Directory::removeLinks(outDir, subDir));
+    if (!Directory::removeLinks(outDir, subDir)) {
+      log.error("remove links in(%s) error!", path);
+      return false;
+    }
+    // Shows again when a topic's file cannot be created there, or stale files remain.
     if (!Directory::removeDir(path, true)) log.warning("remove directory(%s) error!", path);
     if (!Directory::createDir(path, true)) log.warning("create directory(%s) error!", path);
   }
+  return true;
 }
 
 /// One topic's task.
@@ -216,7 +220,7 @@ void runOnTopics(const TopicCommand& command, const TopicRequest& request) {
     return;
   }
   const std::string outDir = outputDirectory(command, request);
-  makeFreshDirectories(command, outDir, log);
+  if (!makeFreshDirectories(command, outDir, log)) return;
   Console::line(Ink::kGreen, "kbag export %s start tasks: %d.", command.noun, threads);
   if (request.topics.empty()) {
     Console::line(Ink::kCyan, "no topics need to export.");
