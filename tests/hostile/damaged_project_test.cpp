@@ -51,6 +51,19 @@ std::vector<RecordedMessage> deviceRecording() {
   return messages;
 }
 
+/// A list of two lists, each of which is a list of two lists, and so on: 2 to the power of `depth`
+/// numbers, where somebody writes them out.
+std::string manyTimesItself(int depth) {
+  std::string text = "l0: &l0 [1, 1]\n";
+  for (int i = 1; i <= depth; ++i) {
+    const std::string below = "*l" + std::to_string(i - 1);
+    const std::string name = "l" + std::to_string(i);
+    text += name + ": &" + name + " [" + below + ", " + below + "]\n";
+  }
+  const std::string last = "*l" + std::to_string(depth) + "\n";
+  return text + "transform: " + last + "s: " + last + "Ka: " + last;
+}
+
 }  // namespace
 
 template <typename Tool>
@@ -154,6 +167,7 @@ TYPED_TEST(HostileProject, EveryPieceOfCalibrationMayBeAnything) {
       "Ka: [1, 2]\nBa: [.nan, 0, 0]\ncalibrated: true\n",
       std::string(100000, '['),
       "&a [*a, *a]",
+      manyTimesItself(40),
       std::string("\0\xFF", 2)};
   const std::vector<std::string> names = {"imu.yaml",
                                           "lidar.yaml",
