@@ -29,8 +29,8 @@ BELOW = {
 PUBLIC = {
     "morva/records.h": None,
     "morva/version.h": None,
-    "morva/export.h": None,
     "morva/bag.h": "bag",
+    "morva/export.h": "export",
     "morva/batch_task.h": "task",
 }
 

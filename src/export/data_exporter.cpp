@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "export/bytes_done.h"
 #include "export/plain_files.h"
 
 namespace morva {
@@ -59,13 +60,7 @@ std::string DataExporter::dataFile(const std::string& topic) {
   return output == nullptr ? std::string() : std::string(output->file);
 }
 
-MessageDone DataExporter::reportProgress() const {
-  if (!progress_) return {};
-  return [this, total = 0UL](const MorvaBag::View::MsgIndex& index) mutable {
-    total += index.rawSize;
-    return progress_(total);
-  };
-}
+MessageDone DataExporter::reportProgress() const { return sumOfBytes(progress_); }
 
 bool DataExporter::exportData(const std::string& topic, const MorvaBag::View& view) {
   const DataOutput* const output = findOutput(topic);

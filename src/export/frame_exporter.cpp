@@ -4,7 +4,9 @@
 #include <array>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
+#include "export/bytes_done.h"
 #include "export/plain_files.h"
 #include "platform/file_path.h"
 
@@ -93,7 +95,10 @@ std::string fileOf(const Table& table, const std::string& topic) {
 
 }  // namespace
 
-FrameExporter::FrameExporter(MorvaBag* bag, const std::string& dir) : bag_(bag), dir_(dir) {}
+FrameExporter::FrameExporter(MorvaBag* bag, const std::string& dir, Progress progress)
+    : bag_(bag), dir_(dir), progress_(std::move(progress)) {}
+
+MessageDone FrameExporter::reportProgress() const { return sumOfBytes(progress_); }
 
 std::string FrameExporter::frameFile(const std::string& topic) {
   return fileOf(kFrameOutputs, topic);

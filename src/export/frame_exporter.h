@@ -1,9 +1,11 @@
 #ifndef MORVA_EXPORT_FRAME_EXPORTER_H_
 #define MORVA_EXPORT_FRAME_EXPORTER_H_
 
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "export/frame_loop.h"
 #include "morva/bag.h"
 #include "platform/file.h"
 #include "platform/log.h"
@@ -17,12 +19,20 @@ namespace morva {
 /// "h264", "jpeg/<camera>") must exist: the caller makes them. Messages that cannot be read or
 /// parsed are skipped; the bag logs why a read failed.
 ///
-/// Threads: calls for topics with different output files may run at the same time.
+/// The progress callback is told, after each message of the view, how many payload bytes (before
+/// compression) the operation is done with; where it returns false the operation stops, which is no
+/// failure.
+///
+/// Threads: calls for topics with different output files may run at the same time; the callback is
+/// called on the thread of the call.
 class FrameExporter {
  public:
-  /// @param bag  Open for reading; not owned, must outlive the exporter.
-  /// @param dir  Directory under which all outputs are created.
-  FrameExporter(MorvaBag* bag, const std::string& dir);
+  using Progress = std::function<bool(unsigned long)>;
+
+  /// @param bag       Open for reading; not owned, must outlive the exporter.
+  /// @param dir       Directory under which all outputs are created.
+  /// @param progress  May be empty.
+  FrameExporter(MorvaBag* bag, const std::string& dir, Progress progress = {});
   virtual ~FrameExporter() = default;
 
   /// Exports the messages of `view` into the topic's file, which replaces what has its name.
@@ -61,8 +71,12 @@ class FrameExporter {
   [[nodiscard]] bool makeProjectData(osmik::File* file, const MorvaBag::View& view);
 
  private:
+  /// Counts the messages of one operation and passes the total on.
+  [[nodiscard]] MessageDone reportProgress() const;
+
   MorvaBag* bag_;
   std::string dir_;
+  Progress progress_;
   Log log_{"FrameExporter"};
 };
 

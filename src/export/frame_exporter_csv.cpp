@@ -33,7 +33,7 @@ bool FrameExporter::makeImuCsv(osmik::File* file, const MorvaBag::View& view) {
                      imu.gyroX, imu.gyroY, imu.gyroZ);
           },
   };
-  return writeTable("FrameExporter", kTable, *bag_, view, file);
+  return writeTable("FrameExporter", kTable, *bag_, view, file, reportProgress());
 }
 
 bool FrameExporter::makeMagneticCsv(osmik::File* file, const MorvaBag::View& view) {
@@ -47,7 +47,7 @@ bool FrameExporter::makeMagneticCsv(osmik::File* file, const MorvaBag::View& vie
             row->set(',', frame.seq, timestampOf(frame), frame.magX, frame.magY, frame.magZ);
           },
   };
-  return writeTable("FrameExporter", kTable, *bag_, view, file);
+  return writeTable("FrameExporter", kTable, *bag_, view, file, reportProgress());
 }
 
 bool FrameExporter::makeLidarCsv(osmik::File* file, const MorvaBag::View& view) {
@@ -61,7 +61,7 @@ bool FrameExporter::makeLidarCsv(osmik::File* file, const MorvaBag::View& view) 
             row->set(',', frame.seq, timestampOf(frame), frame.cloud->cloud->points.size());
           },
   };
-  return writeTable("FrameExporter", kTable, *bag_, view, file);
+  return writeTable("FrameExporter", kTable, *bag_, view, file, reportProgress());
 }
 
 bool FrameExporter::makeEncoderCsv(osmik::File* file, const MorvaBag::View& view) {
@@ -73,7 +73,7 @@ bool FrameExporter::makeEncoderCsv(osmik::File* file, const MorvaBag::View& view
       .fillRow = [](const MotorFrame& frame,
                     TableRow* row) { row->set(',', frame.seq, timestampOf(frame), frame.angle); },
   };
-  return writeTable("FrameExporter", kTable, *bag_, view, file);
+  return writeTable("FrameExporter", kTable, *bag_, view, file, reportProgress());
 }
 
 bool FrameExporter::makeGnssDataCsv(osmik::File* file, const MorvaBag::View& view) {
@@ -95,7 +95,7 @@ bool FrameExporter::makeGnssDataCsv(osmik::File* file, const MorvaBag::View& vie
                      gnss.latSigma, gnss.lonSigma, gnss.hgtSigma);
           },
   };
-  return writeTable("FrameExporter", kTable, *bag_, view, file);
+  return writeTable("FrameExporter", kTable, *bag_, view, file, reportProgress());
 }
 
 bool FrameExporter::makeCameraImageCsv(osmik::File* file, const MorvaBag::View& view) {
@@ -110,7 +110,7 @@ bool FrameExporter::makeCameraImageCsv(osmik::File* file, const MorvaBag::View& 
                      frame.data.size());
           },
   };
-  return writeTable("FrameExporter", kTable, *bag_, view, file);
+  return writeTable("FrameExporter", kTable, *bag_, view, file, reportProgress());
 }
 
 }  // namespace morva

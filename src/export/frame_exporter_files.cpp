@@ -41,7 +41,7 @@ bool FrameExporter::makeH264Files(osmik::File* file, const MorvaBag::View& view)
     const std::int64_t written = file->write(frame.data);
     if (written < 1 || !isAll(written, frame.data)) warn(last, written);
   };
-  forEachFrame(log, *bag_, view, &MsgConverter::fromImageMsgArray, append);
+  forEachFrame(log, *bag_, view, &MsgConverter::fromImageMsgArray, append, reportProgress());
 
   if (file->close()) return true;
   warn(last, -1);
@@ -63,7 +63,7 @@ bool FrameExporter::makeJpegFiles(osmik::File* file, const MorvaBag::View& view)
     if (!written) return log.warning("create file(%s) error!", path);
     if (!isAll(*written, frame.data)) warn(last, *written);
   };
-  forEachFrame(log, *bag_, view, &MsgConverter::fromImageMsgArray, writePicture);
+  forEachFrame(log, *bag_, view, &MsgConverter::fromImageMsgArray, writePicture, reportProgress());
 
   if (file->close()) return true;
   warn(last, -1);
@@ -72,15 +72,17 @@ bool FrameExporter::makeJpegFiles(osmik::File* file, const MorvaBag::View& view)
 
 bool FrameExporter::makeRawDataLog(osmik::File* file, const MorvaBag::View& view) {
   const Log log("FrameExporter", "makeRawDataLog");
-  return writeRawData(log, "write raw data error: %d!", *bag_, view, file);
+  return writeRawData(log, "write raw data error: %d!", *bag_, view, file, reportProgress());
 }
 
 bool FrameExporter::makeConfigFiles(osmik::File* file, const MorvaBag::View& view) {
-  return writeCarriedFiles(Log("FrameExporter", "makeConfigFiles"), *bag_, view, file);
+  return writeCarriedFiles(Log("FrameExporter", "makeConfigFiles"), *bag_, view, file,
+                           reportProgress());
 }
 
 bool FrameExporter::makeProjectData(osmik::File* file, const MorvaBag::View& view) {
-  return writeCarriedFiles(Log("FrameExporter", "makeProjectData"), *bag_, view, file);
+  return writeCarriedFiles(Log("FrameExporter", "makeProjectData"), *bag_, view, file,
+                           reportProgress());
 }
 
 }  // namespace morva
