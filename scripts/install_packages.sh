@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a job needs, and nothing else.
 #
-#   scripts/install_packages.sh GROUP...       groups: build, bench, coverage, lint, interop
+#   scripts/install_packages.sh GROUP...       groups: build, bench, coverage, fuzz, lint, package, interop
 #
 # Says what it will install, how much that downloads and how much disk it takes before it starts. Where
 # nothing is missing it prints nothing and uses neither apt nor the network.
@@ -30,6 +30,8 @@ declare -A groups=(
   # The other compiler, with libFuzzer and the sanitizers, and what names the places in their reports.
   [fuzz]="clang libclang-rt-14-dev llvm"
   [lint]="clang-format clang-tidy python3 shellcheck"
+  # What makes Debian packages, and a bare system to try them on.
+  [package]="dpkg-dev file debootstrap"
   # Readers that are not ours. The point-cloud library without its development package, which would
   # bring over 300 more: the tests use the unpacked headers, and need libraries of their version.
   [interop]="python3-numpy libpcl-io1.13"
