@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a job needs, and nothing else.
 #
-#   scripts/install_packages.sh GROUP...       groups: build, bench, coverage, fuzz, lint, package, interop
+#   scripts/install_packages.sh GROUP...       groups: build, shell, bench, coverage, fuzz, lint, package, interop
 #
 # Says what it will install, how much that downloads and how much disk it takes before it starts. Where
 # nothing is missing it prints nothing and uses neither apt nor the network.
@@ -24,6 +24,8 @@ declare -A groups=(
            libopencv-core-dev libopencv-imgcodecs-dev libopencv-videoio-dev
            libavcodec-dev libavutil-dev libavformat-dev libswscale-dev libturbojpeg0-dev
            libgtest-dev libgmock-dev python3 python3-jsonschema"
+  # Shells whose completions are tested, and what renders manual pages (40 MB, if none of it is there).
+  [shell]="bash-completion zsh fish man-db groff-base"
   # The programs that the benchmarks compare with are linked by nothing else.
   [bench]="libbenchmark-dev librosbag-storage-dev python3-rosbag libpcl-io1.13"
   [coverage]="gcovr"
