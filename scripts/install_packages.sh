@@ -24,8 +24,9 @@ declare -A groups=(
            libopencv-core-dev libopencv-imgcodecs-dev libopencv-videoio-dev
            libavcodec-dev libavutil-dev libavformat-dev libswscale-dev libturbojpeg0-dev
            libgtest-dev libgmock-dev python3 python3-jsonschema"
-  # Shells whose completions are tested, and what renders manual pages (40 MB, if none of it is there).
-  [shell]="bash-completion zsh fish man-db groff-base"
+  # Shells whose completions are tested, what renders manual pages (40 MB, if none of it is there), and what
+  # the documents' examples pipe JSON into.
+  [shell]="bash-completion zsh fish man-db groff-base jq"
   # The programs that the benchmarks compare with are linked by nothing else.
   [bench]="libbenchmark-dev librosbag-storage-dev python3-rosbag libpcl-io1.13"
   [coverage]="gcovr"
