@@ -59,27 +59,6 @@ install(TARGETS kbag_pictures LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/kbag C
 install(TARGETS kbag_shared EXPORT kbagTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
 
-# Completions and manual pages, where this tree makes any: laid out as under share/.
-set(share_dir ${PROJECT_BINARY_DIR}/share)
-set(make_pages ${PROJECT_SOURCE_DIR}/scripts/make_cli_pages.py)
-find_package(Python3 COMPONENTS Interpreter)
-find_program(KBAG_GZIP gzip)
-mark_as_advanced(KBAG_GZIP)
-if(EXISTS ${make_pages} AND Python3_FOUND AND KBAG_GZIP)
-  file(GLOB_RECURSE page_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/cli/*
-    ${PROJECT_SOURCE_DIR}/docs/commands/*.md ${PROJECT_SOURCE_DIR}/scripts/cli_pages/*.*)
-  add_custom_command(OUTPUT ${share_dir}/.made
-    COMMAND ${CMAKE_COMMAND} -E rm -rf ${share_dir}
-    COMMAND ${CMAKE_COMMAND} -E env PYTHONDONTWRITEBYTECODE=1
-      ${Python3_EXECUTABLE} ${make_pages} ${PROJECT_VERSION} ${share_dir}
-    COMMAND ${KBAG_GZIP} -9nr ${share_dir}/man
-    COMMAND ${CMAKE_COMMAND} -E touch ${share_dir}/.made
-    DEPENDS ${make_pages} ${page_sources} VERBATIM)
-  add_custom_target(kbag_cli_pages ALL DEPENDS ${share_dir}/.made)
-endif()
-install(DIRECTORY ${share_dir}/ DESTINATION ${CMAKE_INSTALL_DATADIR} COMPONENT tools
-  OPTIONAL PATTERN .made EXCLUDE)
-
 # ------------------------------------------------------------------------------------ development
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/morva ${PROJECT_BINARY_DIR}/include/morva
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
