@@ -310,10 +310,11 @@ def measured_on(facts: dict) -> str:
 
 def machine() -> dict:
     model = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.MULTILINE)
+    release = platform.release().split("-")[0]
     commit = subprocess.run(["git", "-C", ROOT, "describe", "--always", "--dirty"], text=True,
                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False)
     return {"processor": model[1] if model else platform.machine(), "processors": os.cpu_count(),
-            "system": platform.platform(), "commit": commit.stdout.strip(),
+            "system": f"{platform.system()} {release}, {platform.machine()}", "commit": commit.stdout.strip(),
             "date": time.strftime("%Y-%m-%d %H:%M:%S"), "load": os.getloadavg()[0]}
 
 
