@@ -8,6 +8,9 @@
 namespace morva::test {
 namespace {
 
+// The system looks for a kill before it takes a page of a write.
+constexpr std::size_t kPageBytes = 4096;
+
 std::size_t below(std::size_t end, std::mt19937* random) {
   return std::uniform_int_distribution<std::size_t>(0, end - 1)(*random);
 }
@@ -16,7 +19,9 @@ std::size_t below(std::size_t end, std::mt19937* random) {
 
 CutDisk::CutDisk() { osmik::FileCalls::replace(this); }
 
-CutDisk::~CutDisk() { osmik::FileCalls::replace(nullptr); }
+CutDisk::~CutDisk() { stop(); }
+
+void CutDisk::stop() { osmik::FileCalls::replace(nullptr); }
 
 int CutDisk::open(const char* path, int flags, mode_t mode) {
   const int fd = FileCalls::open(path, flags, mode);
@@ -78,7 +83,9 @@ CutDisk::Files CutDisk::afterKill(std::size_t calls, std::mt19937* random) const
   }
   if (calls < calls_.size() && calls_[calls].kind == Kind::kWrite) {
     Call part = calls_[calls];
-    part.data.resize(below(part.data.size() + 1, random));
+    const std::size_t end = part.offset + below(part.data.size() + 1, random);
+    const std::size_t pageEnd = end / kPageBytes * kPageBytes;
+    part.data.resize(pageEnd > part.offset ? pageEnd - part.offset : 0);
     apply(part, &files[part.path]);
   }
   return files;
@@ -109,29 +116,34 @@ std::vector<CutDisk::Files> CutDisk::afterCut(std::size_t calls, std::size_t blo
                                               std::size_t states, std::mt19937* random) const {
   std::vector<Files> all(states);
   for (const auto& [path, history] : historiesAt(calls)) {
-    // What the file held after each of the calls, and with it each of its blocks.
-    std::vector<std::string> contents = {history.synced};
-    for (const Call* call : history.unsynced) {
-      contents.push_back(contents.back());
-      apply(*call, &contents.back());
-    }
     for (Files& files : all) {
       if (!history.isNameSynced && below(4, random) == 0) continue;
-      files[path] = stateOf(contents, blockBytes, random);
+      files[path] = stateOf(history, blockBytes, random);
     }
   }
   return all;
 }
 
-std::string CutDisk::stateOf(const std::vector<std::string>& contents, std::size_t blockBytes,
-                             std::mt19937* random) {
-  const std::size_t last = contents.size() - 1;
-  const std::size_t any = below(contents.size(), random);
+/// The sizes that a file has had since its last sync.
+std::vector<std::size_t> CutDisk::sizesOf(const History& history) {
+  std::vector<std::size_t> sizes = {history.synced.size()};
+  for (const Call* call : history.unsynced) {
+    const std::size_t end = call->offset + call->data.size();
+    sizes.push_back(call->kind == Kind::kWrite ? std::max(sizes.back(), end) : end);
+  }
+  return sizes;
+}
+
+std::string CutDisk::stateOf(const History& history, std::size_t blockBytes, std::mt19937* random) {
+  const std::vector<std::size_t> sizes = sizesOf(history);
+  const std::size_t last = sizes.size() - 1;
+  const std::size_t any = below(sizes.size(), random);
   const std::size_t pattern = below(6, random);
-  const std::size_t sizeOf = pattern == 0 ? any : pattern <= 3 ? last : below(last + 1, random);
-  const std::size_t size = contents[sizeOf].size();
-  const std::size_t blocks = (size + blockBytes - 1) / blockBytes;
-  const std::size_t lost = blocks == 0 ? 0 : below(blocks, random);
+  const std::size_t size = sizes[pattern == 0   ? any
+                                 : pattern <= 3 ? last
+                                                : below(last + 1, random)];
+  std::vector<std::size_t> versions((size + blockBytes - 1) / blockBytes);
+  const std::size_t lost = versions.empty() ? 0 : below(versions.size(), random);
 
   const auto versionOf = [&](std::size_t block) {
     switch (pattern) {
@@ -149,15 +161,34 @@ std::string CutDisk::stateOf(const std::vector<std::string>& contents, std::size
         return below(last + 1, random);
     }
   };
-  std::string state(size, '\0');
-  for (std::size_t block = 0; block < blocks; ++block) {
-    const std::string& content = contents[versionOf(block)];
-    const std::size_t begin = block * blockBytes;
-    if (begin >= content.size()) continue;
-    const std::size_t count = std::min({blockBytes, content.size() - begin, size - begin});
-    state.replace(begin, count, content, begin, count);
+  for (std::size_t block = 0; block < versions.size(); ++block) versions[block] = versionOf(block);
+
+  std::string state = history.synced;
+  state.resize(size);
+  for (std::size_t i = 0; i < last; ++i) {
+    applyToBlocks(*history.unsynced[i], blockBytes, i, versions, &state);
   }
   return state;
+}
+
+/// Applies a call, number `number` of those since the last sync, to the blocks that have seen it.
+void CutDisk::applyToBlocks(const Call& call, std::size_t blockBytes, std::size_t number,
+                            const std::vector<std::size_t>& versions, std::string* state) {
+  const bool isWrite = call.kind == Kind::kWrite;
+  const std::size_t end =
+      isWrite ? std::min(call.offset + call.data.size(), state->size()) : state->size();
+  for (std::size_t at = call.offset; at < end;) {
+    const std::size_t block = at / blockBytes;
+    const std::size_t next = std::min((block + 1) * blockBytes, end);
+    if (versions[block] > number) {
+      if (isWrite) {
+        state->replace(at, next - at, call.data, at - call.offset, next - at);
+      } else {
+        state->replace(at, next - at, next - at, '\0');
+      }
+    }
+    at = next;
+  }
 }
 
 }  // namespace morva::test

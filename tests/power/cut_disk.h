@@ -13,7 +13,8 @@
 namespace morva::test {
 
 /// A storage device whose power may be cut: the file calls, written down, from which every state
-/// that a cut may leave is made. In force while it lives. The calls are really made, but for fsync.
+/// that a cut may leave is made. In force from the start until it is stopped. The calls are really
+/// made, but for fsync.
 ///
 /// What holds after a cut: what a file held at its last fsync, and its name once its directory was
 /// synced after it was made. Of everything later any part may be there: each block of a file as any
@@ -29,11 +30,14 @@ class CutDisk final : public osmik::FileCalls {
   CutDisk& operator=(const CutDisk&) = delete;
   ~CutDisk() override;
 
+  /// Writes nothing down any more.
+  void stop();
+
   /// Calls so far that change anything or sync.
   [[nodiscard]] std::size_t calls() const { return calls_.size(); }
 
   /// What a process leaves that is killed after its first `calls` calls: everything that it has
-  /// handed over, and a random part of the write that it was in.
+  /// handed over, and a random part, of whole pages, of the write that it was in.
   [[nodiscard]] Files afterKill(std::size_t calls, std::mt19937* random) const;
 
   /// Random ones of the states that a power cut after the first `calls` calls may leave.
@@ -67,8 +71,11 @@ class CutDisk final : public osmik::FileCalls {
 
   static void apply(const Call& call, std::string* content);
   [[nodiscard]] std::map<std::string, History> historiesAt(std::size_t calls) const;
-  [[nodiscard]] static std::string stateOf(const std::vector<std::string>& contents,
-                                           std::size_t blockBytes, std::mt19937* random);
+  [[nodiscard]] static std::vector<std::size_t> sizesOf(const History& history);
+  [[nodiscard]] static std::string stateOf(const History& history, std::size_t blockBytes,
+                                           std::mt19937* random);
+  static void applyToBlocks(const Call& call, std::size_t blockBytes, std::size_t number,
+                            const std::vector<std::size_t>& versions, std::string* state);
 
   std::vector<Call> calls_;
   std::map<int, OpenFile> open_;

@@ -25,7 +25,7 @@ namespace morva::test {
 namespace {
 
 constexpr std::size_t kMessages = 40;
-constexpr std::size_t kStates = 3;  // of each cut
+constexpr std::size_t kStates = 10;  // of each cut
 
 struct Plan {
   CompressionType codec = CompressionType::kNone;
@@ -91,6 +91,7 @@ class Recorded {
       note({.accepted = i + 1, .promised = i + 1, .isBagPromised = true});
     }
     EXPECT_TRUE(bag.close());
+    disk_.stop();
     content_ = readFile(path_);
     chunks_ = walkBytes(content_);
     addWhatTheBoundPromises();
@@ -179,7 +180,9 @@ class PowerLoss : public testing::Test {
 
   /// Reads all that the bag's index holds; each must be a message of the recording, whole, and none
   /// of those before it may be missing. @return How many they are.
-  std::size_t readAllFound(const Recorded& recorded) {
+  /// @param promised  An empty message behind these may have wrong times: nothing protects a header
+  ///                  without data, and nobody can read it.
+  std::size_t readAllFound(const Recorded& recorded, std::size_t promised = 0) {
     MorvaBag bag;
     EXPECT_EQ(bag.open(path_, BagMode::kRead), 0);
     std::map<std::uint64_t, MsgIndex> found;
@@ -194,6 +197,8 @@ class PowerLoss : public testing::Test {
       }
       const Message& expected = messageAt(i);
       EXPECT_EQ(offset, recorded.chunk(i).offset);
+      const bool isProtected = !expected.data.empty() || i < promised;
+      if (++i; !isProtected) continue;
       EXPECT_EQ(nameOf(index), expected.topic);
       EXPECT_EQ(index.count, expected.count);
       EXPECT_EQ(index.writeTime, writeTimeOf(expected));
@@ -204,7 +209,6 @@ class PowerLoss : public testing::Test {
         EXPECT_TRUE(bag.readMessage(index, &payload));
         EXPECT_EQ(payload, expected.data);
       }
-      ++i;
     }
     return i;
   }
@@ -218,14 +222,14 @@ class PowerLoss : public testing::Test {
     const LogCapture quiet;
     if (moment.isClosed) {
       EXPECT_EQ(MorvaBag::checkAll(path_), 0);
-      EXPECT_EQ(readAllFound(recorded), kMessages);
+      EXPECT_EQ(readAllFound(recorded, kMessages), kMessages);
     }
     const int code = MorvaBag::reindex(path_);
     if (code != 0) {
       EXPECT_FALSE(moment.isBagPromised) << code;
       return;
     }
-    const std::size_t found = readAllFound(recorded);
+    const std::size_t found = readAllFound(recorded, moment.promised);
     EXPECT_GE(found, moment.promised);
     EXPECT_LE(found, kMessages);
     promised_ += moment.promised;
@@ -263,7 +267,7 @@ TEST_F(PowerLoss, WhatWasPromisedIsFoundByReindexWhereverThePowerFails) {
     }
   }
   report("power loss, reindex");
-  EXPECT_GT(promised_, 50'000U);
+  EXPECT_GT(promised_, 100'000U);
 }
 
 TEST_F(PowerLoss, SomethingIsLostWithoutAFlush) {  // or the test above would show nothing
@@ -303,12 +307,13 @@ TEST_F(PowerLoss, CutReindexIsMendedByAnother) {
   const Recorded recorded({.codec = CompressionType::kLz4, .flushEvery = 3});
   const std::string unclosed = withoutClose(recorded.content());
   writeFile(path_, unclosed);
-  const CutDisk disk;
+  CutDisk disk;
   {
     const LogCapture quiet;
     ASSERT_EQ(MorvaBag::reindex(path_), 0);
     ASSERT_EQ(MorvaBag::reindex(path_), 0);  // over the first one's side file
   }
+  disk.stop();
   for (std::size_t calls = 0; calls <= disk.calls(); ++calls) {
     ++cuts_;
     for (CutDisk::Files& files : disk.afterCut(calls, 512, 20, &random_)) {
@@ -336,7 +341,7 @@ TEST_F(PowerLoss, LongPrivateDataEndangerTheHeaderAtTheCloseAlone) {
     const Moment moment = recorded.promisedAt(calls);
     for (const std::size_t blockBytes : {512U, 4096U}) {
       ++cuts_;
-      for (const auto& files : recorded.disk().afterCut(calls, blockBytes, 20, &random_)) {
+      for (const auto& files : recorded.disk().afterCut(calls, blockBytes, 5, &random_)) {
         ASSERT_TRUE(place(files) || !moment.isBagPromised);
         const LogCapture quiet;
         if (moment.isBagPromised && MorvaBag::reindex(path_) == MorvaBag::kOpenChecksum) {
