@@ -46,6 +46,7 @@ main() {
   step "and away with them"
   inside apt-get purge -y -q kbag libkbag0 libkbag-pictures libkbag-dev >"$bare/log" 2>&1 || failed
   inside bash -euc "$look_for_leftovers"
+  umount --recursive --lazy "$bare/dev" "$bare/proc"
   [[ $keep ]] || rm -rf --one-file-system "$bare"
   step "everything works"
 }
