@@ -31,7 +31,7 @@ constexpr Byte kPointRing = 0x28;
 constexpr Byte kPointTimeOffset = 0x30;
 
 constexpr std::size_t kVarintBytes = 8;  // longer ones are left to protobuf
-constexpr std::size_t kLengthBytes = 5;  // protobuf refuses longer lengths, superfluous bytes or not
+constexpr std::size_t kLengthBytes = 5;  // protobuf refuses longer ones, zeros at the end or not
 /// What reading a point may touch: six tags and numbers, or the whole of its at most 127 bytes, and
 /// the word that is read at once.
 constexpr std::size_t kPointReach = 127 + 1 + kVarintBytes;
