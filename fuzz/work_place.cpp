@@ -40,6 +40,12 @@ WorkPlace::~WorkPlace() {
   fs::remove_all(dir_, ignored);
 }
 
+bool WorkPlace::open(const RecordingInput& input, BagReader* reader) {
+  put(input);
+  const int code = reader->open(bag_);
+  return code == BagFile::kOpenOk || code == BagFile::kOpenNoIndex;
+}
+
 void WorkPlace::putBag(const std::string& path, std::string_view bytes) {
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   const auto size = static_cast<ssize_t>(bytes.size());

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "recording_input.h"
+#include "storage/bag_reader.h"
 
 namespace morva::fuzz {
 
@@ -20,7 +21,9 @@ class WorkPlace {
 
   /// Writes an input's bag and side file, in the place of those of the input before.
   void put(const RecordingInput& input);
-  /// The same under another name.
+  /// put(), and opens the bag. @return Whether chunks can be read.
+  [[nodiscard]] bool open(const RecordingInput& input, BagReader* reader);
+  /// put() for a bag alone, under another name.
   void putBag(const std::string& path, std::string_view bytes);
   void removeSide();
 

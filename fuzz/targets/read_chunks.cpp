@@ -74,10 +74,8 @@ std::int64_t readAt(BagReader* reader, const std::string& bag, std::int64_t offs
 void runReadChunks(std::string_view input) {
   WorkPlace& place = WorkPlace::get();
   const RecordingInput recording = RecordingInput::parse(input);
-  place.put(recording);
   BagReader reader;
-  const int code = reader.open(place.bag());
-  if (code != BagFile::kOpenOk && code != BagFile::kOpenNoIndex) return;
+  if (!place.open(recording, &reader)) return;
 
   std::int64_t offset = layout::kHeaderBytes;
   for (std::size_t i = 0; i < kMaxChunks && offset > 0; ++i) {

@@ -31,10 +31,8 @@ void readAll(const View& view, const std::string& bytes, BagReader* reader, cons
 void runReadMessages(std::string_view input) {
   WorkPlace& place = WorkPlace::get();
   const RecordingInput recording = RecordingInput::parse(input);
-  place.put(recording);
   BagReader reader;
-  const int code = reader.open(place.bag());
-  if (code != BagFile::kOpenOk && code != BagFile::kOpenNoIndex) return;
+  if (!place.open(recording, &reader)) return;
   readAll(MorvaBag::getAllView(place.bag(), nullptr), recording.bag, &reader, nullptr);
 
   MorvaBag bag;

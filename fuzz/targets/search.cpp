@@ -27,10 +27,8 @@ std::int64_t expectedMatch(std::string_view bag, std::size_t from) {
 void runSearch(std::string_view input) {
   WorkPlace& place = WorkPlace::get();
   const RecordingInput recording = RecordingInput::parse(input);
-  place.put(recording);
   BagReader reader;
-  const int code = reader.open(place.bag());
-  if (code != BagFile::kOpenOk && code != BagFile::kOpenNoIndex) return;
+  if (!place.open(recording, &reader)) return;
 
   std::int64_t offset = layout::kHeaderBytes;
   for (int i = 0; i < kMaxSteps; ++i) {

@@ -122,9 +122,9 @@ class BagReader final : public BagFile {
   [[nodiscard]] bool createTopicIndexFromFile(const Header& header, const std::string& indexPath);
   [[nodiscard]] bool readSideChunk(osmik::File* file, std::string* data) const;
   [[nodiscard]] std::shared_ptr<TopicIndex> decoded(std::uint32_t topicId) const;
-  /// Refuses topics whose entries name more bytes than the file has, with an error line: what
-  /// others see is a topic without messages.
   class NamedBytes;
+  /// Topics whose entries name more bytes than the file has are refused, with an error line: what
+  /// others see is a topic without messages.
   [[nodiscard]] bool isRefused(std::uint32_t topicId, const NamedBytes& named) const;
   void refuseRepeating();
   /// Null where there is none, or it was refused.
