@@ -220,7 +220,7 @@ void BagReader::addEncoded(const std::vector<EncodedTopic>& topics) {
 
 void BagReader::keepTotals() {
   for (const auto& [id, index] : topicIndexes_) {
-    encodedTopics_[id] = {.topicId = id, .totals = index->totals()};
+    encodedTopics_.emplace(id, EncodedTopic{.topicId = id, .totals = index->totals()});
   }
   topicIndexes_.clear();
   indexData_ = {};
@@ -260,7 +260,9 @@ void BagReader::refuseRepeating() {
     for (std::size_t i = 0; i < index->entries.size(); ++i) {
       named.add(index->entries[i], index->chunkOffsets[i]);
     }
-    if (isRefused(id, named)) index = std::make_shared<TopicIndex>();
+    if (!isRefused(id, named)) continue;
+    encodedTopics_.emplace(id, EncodedTopic{.topicId = id, .totals = index->totals()});
+    index = std::make_shared<TopicIndex>();
   }
 }
 

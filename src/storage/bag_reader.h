@@ -52,8 +52,8 @@ class BagReader final : public BagFile {
   /// for. Threads: any.
   [[nodiscard]] const TopicIndexes& topicIndexes() const override;
   [[nodiscard]] std::shared_ptr<TopicIndex> topicIndex(const std::string& topic) const override;
-  /// What the index says of a topic as a whole; none where topicIndex() is empty. Decodes nothing.
-  /// Threads: any.
+  /// What the index says of a topic as a whole, also where its entries are refused; none where
+  /// topicIndex() is empty. Decodes nothing. Threads: any.
   [[nodiscard]] std::optional<TopicTotals> topicTotals(const std::string& topic) const;
   /// Calls `use` with every message of a topic, in writing order: without keeping what has to be
   /// decoded for it.

@@ -188,7 +188,9 @@ TEST(BagReaderPlainIndex, TakesNoMemoryWhereItIsNotKept) {
 }
 
 /// A bag with one message of `bytes` bytes, and `entries` entries of the index for it.
-std::string repeatingBag(std::size_t bytes, std::size_t entries, std::uint64_t step) {
+/// @param more  Behind the index's topics.
+std::string repeatingBag(std::size_t bytes, std::size_t entries, std::uint64_t step,
+                         const std::string& more = {}) {
   BagBuilder builder;
   BuiltMessage message;
   message.stored = std::string(bytes, 'x');
@@ -202,7 +204,7 @@ std::string repeatingBag(std::size_t bytes, std::size_t entries, std::uint64_t s
     index.messages.push_back(message);
     if (i * step < bytes) index.messages.back().stored.resize(bytes - i * step);
   }
-  const std::string data = indexBytes({index});
+  const std::string data = indexBytes({index}) + more;
   patch<std::uint64_t>(&bag, layout::kIndexChunkOffsetOffset, bag.size());
   fixHeaderCrc(&bag);
   return bag + chunkBytes(layout::kIndexChunk, timedChunkHeader(data.size()), data);
@@ -219,6 +221,30 @@ TEST(BagReaderHostileIndex, EntriesThatShareBytesAreRefusedOnce) {
     EXPECT_TRUE(reader.topicIndex("/imu")->entries.empty());
   }
   EXPECT_EQ(log.errors().size(), 2U);
+}
+
+TEST(BagReaderHostileIndex, TotalsOfRefusedTopicsAreTheIndexesInEveryForm) {
+  const TempDir dir;
+  const LogCapture log;
+  const std::string unknownField("\x7A\0", 2);  // not the form that is scanned
+  for (const std::string& more : {std::string{}, unknownField}) {
+    writeFile(dir / "a.kbag", repeatingBag(10'000, 300, 0, more));
+    for (const auto keep : {BagReader::Keep::kEntries, BagReader::Keep::kTotals}) {
+      BagReader reader;
+      reader.keepOfIndex(keep);
+      ASSERT_EQ(reader.open(dir / "a.kbag"), 0);
+      for (int round = 0; round < 2; ++round) {
+        const auto totals = reader.topicTotals("/imu");
+        ASSERT_TRUE(totals);
+        EXPECT_EQ(totals->chunks, 300U);
+        EXPECT_EQ(totals->rawSizeSum, 10'000U);
+        const auto index = reader.topicIndex("/imu");
+        EXPECT_EQ(index != nullptr, keep == BagReader::Keep::kEntries);
+        EXPECT_TRUE(index == nullptr || index->entries.empty());
+        EXPECT_EQ(reader.topicIndexes().size(), index == nullptr ? 0U : 1U);
+      }
+    }
+  }
 }
 
 TEST(BagReaderHostileIndex, EntriesBehindTheEndCountForNothing) {
