@@ -22,6 +22,7 @@ constexpr std::array kTargets = {
     Target{"check", Form::kRecording, runCheck},
     Target{"reindex", Form::kRecording, runReindex},
     Target{"info", Form::kRecording, runInfo},
+    Target{"list", Form::kRecording, runList},
     Target{"export", Form::kRecording, runExport},
     Target{"unpack", Form::kRecording, runUnpack},
     Target{"device_task", Form::kRecording, runDeviceTask},

@@ -47,6 +47,7 @@ void runRestore(std::string_view input);
 void runCheck(std::string_view input);
 void runReindex(std::string_view input);
 void runInfo(std::string_view input);
+void runList(std::string_view input);
 void runExport(std::string_view input);
 void runUnpack(std::string_view input);
 void runDeviceTask(std::string_view input);
