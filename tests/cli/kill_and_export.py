@@ -13,8 +13,10 @@ import subprocess
 import sys
 import tempfile
 import time
-import zlib
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+import bag_chunks  # noqa: E402
 
 KILLS = 20
 TABLES = {
@@ -28,28 +30,18 @@ TABLES = {
 
 def whole_chunks(content):
     """Samples and messages by topic, of the chunks that are in the file whole."""
-    names, samples, messages, at = {}, {}, 0, 4096
-    while at + 12 <= len(content):
-        kind, header_size = struct.unpack_from("<HH", content, at + 4)
-        data_at = at + 12 + header_size
-        if data_at > len(content):
-            break
-        (size,) = struct.unpack_from("<I", content, data_at - 4)
-        end = data_at + size + 4
-        if end > len(content) or zlib.crc32(content[data_at : end - 4]) != struct.unpack_from("<I", content, end - 4)[0]:
-            break
-        if kind == 0:
-            for record in range(data_at, data_at + size, 64):
-                topic_id, name = struct.unpack_from("<I60s", content, record)
+    names, samples, messages = {}, {}, 0
+    for chunk in bag_chunks.whole_chunks(content):
+        if chunk.kind == bag_chunks.DEFINITION:
+            for topic_id, name in struct.iter_unpack("<I60s", chunk.data):
                 names[topic_id] = name.split(b"\0")[0].decode()
-        elif kind == 1:
-            (count,) = struct.unpack_from("<I", content, at + 8 + 12)
-            (topic_id,) = struct.unpack_from("<I", content, at + 8 + 32)
+        elif chunk.kind == bag_chunks.MESSAGE:
+            (count,) = struct.unpack_from("<I", chunk.header, 12)
+            (topic_id,) = struct.unpack_from("<I", chunk.header, 32)
             samples[names[topic_id]] = samples.get(names[topic_id], 0) + count
             messages += 1
         else:
             break
-        at = end
     return samples, messages
 
 

@@ -19,6 +19,7 @@
 #include "support/failing_file_calls.h"
 #include "support/message_text.h"
 #include "support/no_more_threads.h"
+#include "support/pcd_file.h"
 
 namespace morva {
 namespace {
@@ -82,19 +83,10 @@ TEST_F(DataExporterLidar, EveryFrameBecomesAFileNamedAfterItsTime) {
                                      "lidar_points/1700000000.223456.pcd"));
   EXPECT_EQ(
       output("lidar_points/1700000000.123456.pcd"),
-      "# .PCD v0.7 - Point Cloud Data file format\n"
-      "VERSION 0.7\n"
-      "FIELDS x y z normal_x normal_y normal_z intensity timestamp ring\n"
-      "SIZE 4 4 4 4 4 4 4 8 2\n"
-      "TYPE F F F F F F F F U\n"
-      "COUNT 1 1 1 1 1 1 1 1 1\n"
-      "WIDTH 2\n"
-      "HEIGHT 1\n"
-      "VIEWPOINT 0 0 0 1 0 0 0\n"
-      "POINTS 2\n"
-      "DATA ascii\n"
-      "1.500000 -2.500000 0.001000 0.000000 0.000000 0.000000 44.000000 1700000000.122956 1\n"
-      "0.000000 123.456001 -0.001000 0.000000 0.000000 0.000000 7.000000 1700000000.223455 31\n");
+      test::pcdHeader(2) +
+          "1.500000 -2.500000 0.001000 0.000000 0.000000 0.000000 44.000000 1700000000.122956 1\n"
+          "0.000000 123.456001 -0.001000 0.000000 0.000000 0.000000 7.000000 1700000000.223455 "
+          "31\n");
   EXPECT_EQ(output("lidar_points/1700000000.223456.pcd"), makePcdHeader(0));
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
@@ -224,6 +216,15 @@ class DataExporterCorrectedLidar : public DataExporterLidar {
     }
   }
 
+  /// Adds the scans of a second, whose motor records are there, and expects sound clouds of them.
+  void expectCorrectedScans() {
+    for (int tenth = 0; tenth < 9; ++tenth)
+      recording_.add("/lidar", lidarMessage(100'000 * tenth + 50'000));
+    EXPECT_TRUE(exportCorrected());
+    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LT(worstError(), kToleranceM);
+  }
+
   bool exportCorrected(const DataExporter::Progress& progress = {},
                        const SensorParameters& params = {}) {
     const MorvaBag::View lidar = view("/lidar");
@@ -272,11 +273,7 @@ TEST_F(DataExporterCorrectedLidar, MotorMessagesOutOfOrderAreSorted) {
   const std::vector<int> order{3, 0, 2, 1, 7, 4, 6, 5, 9, 8};
   for (const int tenth : order)
     recording_.add("/lidar_to_platform", motorMessage(100'000 * tenth, 100));
-  for (int tenth = 0; tenth < 9; ++tenth)
-    recording_.add("/lidar", lidarMessage(100'000 * tenth + 50'000));
-  EXPECT_TRUE(exportCorrected());
-  EXPECT_THAT(log_.lines(), IsEmpty());
-  EXPECT_LT(worstError(), kToleranceM);
+  expectCorrectedScans();
 }
 
 TEST_F(DataExporterCorrectedLidar, MotorRecordsOutOfOrderOrRepeatedInAMessageAreSorted) {
@@ -284,11 +281,7 @@ TEST_F(DataExporterCorrectedLidar, MotorRecordsOutOfOrderOrRepeatedInAMessageAre
   for (int i = 0; i < 500; ++i) array.mutable_msgs()->SwapElements(i, (i * 617) % 1000);
   for (int i = 0; i < 300; ++i) *array.add_msgs() = array.msgs(3 * i);
   recording_.add("/lidar_to_platform", array);
-  for (int tenth = 0; tenth < 9; ++tenth)
-    recording_.add("/lidar", lidarMessage(100'000 * tenth + 50'000));
-  EXPECT_TRUE(exportCorrected());
-  EXPECT_THAT(log_.lines(), IsEmpty());
-  EXPECT_LT(worstError(), kToleranceM);
+  expectCorrectedScans();
 }
 
 TEST_F(DataExporterCorrectedLidar, LidarMessagesOutOfOrderStepBack) {

@@ -15,6 +15,7 @@
 #include "platform/str_util.h"
 #include "support/failing_file_calls.h"
 #include "support/log_capture.h"
+#include "support/pcd_file.h"
 #include "support/temp_dir.h"
 
 namespace morva {
@@ -27,18 +28,7 @@ using test::TempDir;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const std::string kHeaderOfTwo =
-    "# .PCD v0.7 - Point Cloud Data file format\n"
-    "VERSION 0.7\n"
-    "FIELDS x y z normal_x normal_y normal_z intensity timestamp ring\n"
-    "SIZE 4 4 4 4 4 4 4 8 2\n"
-    "TYPE F F F F F F F F U\n"
-    "COUNT 1 1 1 1 1 1 1 1 1\n"
-    "WIDTH 2\n"
-    "HEIGHT 1\n"
-    "VIEWPOINT 0 0 0 1 0 0 0\n"
-    "POINTS 2\n"
-    "DATA ascii\n";
+const std::string kHeaderOfTwo = test::pcdHeader(2);
 
 PointIRT somePoint() {
   PointIRT point;

@@ -1,8 +1,5 @@
 #include "kit/picture_reader.h"
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -10,19 +7,11 @@ extern "C" {
 #include <memory>
 #include <turbojpeg.h>
 
+#include "kit/simulate/av_pointers.h"
+
 namespace morva::test {
 
 namespace {
-
-struct ContextDeleter {
-  void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-struct FrameDeleter {
-  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct PacketDeleter {
-  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
 
 void copyPlane(const std::uint8_t* from, int stride, int width, std::vector<std::uint8_t>* to) {
   const auto rowBytes = static_cast<std::size_t>(width);
@@ -35,9 +24,9 @@ void copyPlane(const std::uint8_t* from, int stride, int width, std::vector<std:
 
 std::optional<sim::Picture> decodeH264(const std::string& payload) {
   const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_H264);
-  const std::unique_ptr<AVCodecContext, ContextDeleter> context(avcodec_alloc_context3(codec));
-  const std::unique_ptr<AVFrame, FrameDeleter> frame(av_frame_alloc());
-  const std::unique_ptr<AVPacket, PacketDeleter> packet(av_packet_alloc());
+  const sim::ContextPtr context(avcodec_alloc_context3(codec));
+  const sim::FramePtr frame(av_frame_alloc());
+  const sim::PacketPtr packet(av_packet_alloc());
   if (avcodec_open2(context.get(), codec, nullptr) < 0) return std::nullopt;
   if (av_new_packet(packet.get(), static_cast<int>(payload.size())) < 0) return std::nullopt;
   std::copy(payload.begin(), payload.end(), packet->data);

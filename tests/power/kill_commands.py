@@ -22,6 +22,9 @@ import zlib
 from fnmatch import fnmatch
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+import bag_chunks  # noqa: E402
+
 KILLS_BY_CALL = 12
 KILLS_BY_TIME = 8
 PROJECT_BAG = "2024-01-31-235959.kbin"
@@ -30,21 +33,12 @@ MADE_BY_CLOCK = ("*/log/*", "log/*")  # named after the moment of the run
 
 def chunks(content):
     """Type, header and data of every whole chunk; without the times of definition and index chunks."""
-    found, at = [], 4096
-    while at + 12 <= len(content):
-        kind, header_size = struct.unpack_from("<HH", content, at + 4)
-        data_at = at + 12 + header_size
-        if data_at > len(content):
+    found = []
+    for chunk in bag_chunks.whole_chunks(content):
+        header = chunk.header if chunk.kind == bag_chunks.MESSAGE else chunk.header[8:]
+        found.append((chunk.kind, header, chunk.data))
+        if chunk.kind == bag_chunks.INDEX:
             break
-        (size,) = struct.unpack_from("<I", content, data_at - 4)
-        end = data_at + size + 4
-        if end > len(content) or zlib.crc32(content[data_at : end - 4]) != struct.unpack_from("<I", content, end - 4)[0]:
-            break
-        header = content[at + 8 : at + 8 + header_size]
-        found.append((kind, header if kind == 1 else header[8:], content[data_at : end - 4]))
-        if kind == 255:
-            break
-        at = end
     return found
 
 

@@ -1,8 +1,5 @@
 #include "real/picture.h"
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -10,39 +7,31 @@ extern "C" {
 #include <stdexcept>
 #include <turbojpeg.h>
 
+#include "kit/simulate/av_pointers.h"
+
 namespace morva::test {
 namespace {
 
-struct ContextDeleter {
-  void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-struct FrameDeleter {
-  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct PacketDeleter {
-  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
 struct JpegDeleter {
   void operator()(void* handle) const { tjDestroy(handle); }
 };
-using FramePtr = std::unique_ptr<AVFrame, FrameDeleter>;
 
 void require(bool good, const char* what) {
   if (!good) throw std::runtime_error(what);
 }
 
-FramePtr decodeFrame(const std::string& payload) {
+sim::FramePtr decodeFrame(const std::string& payload) {
   const AVCodec* const codec = avcodec_find_decoder(AV_CODEC_ID_H264);
   require(codec != nullptr, "no H.264 decoder");
-  const std::unique_ptr<AVCodecContext, ContextDeleter> context(avcodec_alloc_context3(codec));
+  const sim::ContextPtr context(avcodec_alloc_context3(codec));
   context->thread_count = 1;
   require(avcodec_open2(context.get(), codec, nullptr) == 0, "no H.264 decoder");
-  const std::unique_ptr<AVPacket, PacketDeleter> packet(av_packet_alloc());
+  const sim::PacketPtr packet(av_packet_alloc());
   require(av_new_packet(packet.get(), static_cast<int>(payload.size())) == 0, "no memory");
   std::ranges::copy(payload, packet->data);
   require(avcodec_send_packet(context.get(), packet.get()) == 0, "not an H.264 picture");
   require(avcodec_send_packet(context.get(), nullptr) == 0, "not an H.264 picture");
-  FramePtr frame(av_frame_alloc());
+  sim::FramePtr frame(av_frame_alloc());
   require(avcodec_receive_frame(context.get(), frame.get()) == 0, "no picture in a payload");
   return frame;
 }
@@ -64,7 +53,7 @@ void appendPixel(double luma, double blueness, double redness, std::vector<std::
 }  // namespace
 
 Picture decodeH264(const std::string& payload) {
-  const FramePtr frame = decodeFrame(payload);
+  const sim::FramePtr frame = decodeFrame(payload);
   require(frame->format == AV_PIX_FMT_YUV420P, "not the usual kind of H.264 picture");
   Picture picture{frame->width, frame->height, {}};
   const auto sample = [&](int plane, int x, int y) {

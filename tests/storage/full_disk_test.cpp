@@ -1,5 +1,6 @@
 // A recording on a disk that fails or fills up, at every single system call and at every length.
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -96,6 +97,9 @@ class FullDisk : public testing::TestWithParam<std::tuple<CompressionType, std::
     return record(path_, std::get<0>(GetParam()), std::get<1>(GetParam()));
   }
   bool isBuffered() const { return std::get<1>(GetParam()) > 0; }
+  /// Records once for each write that a recording makes, while it and the next `times` - 1 fail.
+  void forEachFailure(int times, int error, bool canCut,
+                      const std::function<void(const Outcome&)>& check) const;
 
   const TempDir dir_;
   const std::string path_ = dir_ / "a.kbag";
@@ -106,7 +110,8 @@ INSTANTIATE_TEST_SUITE_P(Writer, FullDisk,
                                                           CompressionType::kZstd),
                                           testing::Values(0U, 300U, 100'000U)));
 
-TEST_P(FullDisk, SingleFailedWriteLosesNothingThatWasAccepted) {
+void FullDisk::forEachFailure(int times, int error, bool canCut,
+                              const std::function<void(const Outcome&)>& check) const {
   const FailingFileCalls counting;
   EXPECT_TRUE(recordNow().closed);
   const int total = counting.count(Call::kPwrite);
@@ -116,29 +121,26 @@ TEST_P(FullDisk, SingleFailedWriteLosesNothingThatWasAccepted) {
     Outcome outcome;
     {
       FailingFileCalls calls;
-      calls.fail(Call::kPwrite, n, 1, ENOSPC);
+      calls.fail(Call::kPwrite, n, times, error);
+      if (!canCut) calls.fail(Call::kFtruncate);
       outcome = recordNow();
     }
-    // The last header fails only at close, which says so; every chunk is in the file by then.
-    expectNothingLost(path_, outcome, isBuffered());
+    check(outcome);
   }
 }
 
+TEST_P(FullDisk, SingleFailedWriteLosesNothingThatWasAccepted) {
+  forEachFailure(1, ENOSPC, true, [this](const Outcome& outcome) {
+    // The last header fails only at close, which says so; every chunk is in the file by then.
+    expectNothingLost(path_, outcome, isBuffered());
+  });
+}
+
 TEST_P(FullDisk, LastingFailureIsNeverReportedAsSuccess) {
-  const FailingFileCalls counting;
-  EXPECT_TRUE(recordNow().closed);
-  const int total = counting.count(Call::kPwrite);
-  for (int n = 1; n <= total; ++n) {
-    SCOPED_TRACE(n);
-    Outcome outcome;
-    {
-      FailingFileCalls calls;
-      calls.fail(Call::kPwrite, n, FailingFileCalls::kForever, EIO);
-      outcome = recordNow();
-    }
+  forEachFailure(FailingFileCalls::kForever, EIO, true, [this](const Outcome& outcome) {
     EXPECT_FALSE(outcome.closed);
     expectNothingLost(path_, outcome, isBuffered());
-  }
+  });
 }
 
 TEST_P(FullDisk, FileThatCannotGrowKeepsWhatWasAccepted) {
@@ -162,23 +164,12 @@ TEST_P(FullDisk, FileThatCannotGrowKeepsWhatWasAccepted) {
 }
 
 TEST_P(FullDisk, FailedCutsAddNothingWrong) {
-  const FailingFileCalls counting;
-  EXPECT_TRUE(recordNow().closed);
-  const int total = counting.count(Call::kPwrite);
-  for (int n = 1; n <= total; ++n) {
-    SCOPED_TRACE(n);
-    Outcome outcome;
-    {
-      FailingFileCalls calls;
-      calls.fail(Call::kPwrite, n, 2, ENOSPC);
-      calls.fail(Call::kFtruncate);
-      outcome = recordNow();
-    }
+  forEachFailure(2, ENOSPC, false, [this](const Outcome& outcome) {
     if (outcome.closed) {
       EXPECT_EQ(readByIndex(path_), outcome.accepted);
     }
     EXPECT_TRUE(isBeginning(readByScan(path_), outcome.accepted));
-  }
+  });
 }
 
 }  // namespace

@@ -34,6 +34,25 @@ std::size_t pointsOfHeader(const std::string& header) {
 
 }  // namespace
 
+std::string pcdHeader(std::size_t points) {
+  const std::string count = std::to_string(points);
+  return "# .PCD v0.7 - Point Cloud Data file format\n"
+         "VERSION 0.7\n"
+         "FIELDS x y z normal_x normal_y normal_z intensity timestamp ring\n"
+         "SIZE 4 4 4 4 4 4 4 8 2\n"
+         "TYPE F F F F F F F F U\n"
+         "COUNT 1 1 1 1 1 1 1 1 1\n"
+         "WIDTH " +
+         count +
+         "\n"
+         "HEIGHT 1\n"
+         "VIEWPOINT 0 0 0 1 0 0 0\n"
+         "POINTS " +
+         count +
+         "\n"
+         "DATA ascii\n";
+}
+
 std::vector<PcdPoint> readPcd(const std::string& path) {
   const std::string text = readFile(path);
   const std::size_t end = text.find(kLastHeaderLine);

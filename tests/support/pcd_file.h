@@ -1,6 +1,7 @@
 #ifndef MORVA_TESTS_SUPPORT_PCD_FILE_H_
 #define MORVA_TESTS_SUPPORT_PCD_FILE_H_
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ struct PcdPoint {
   double timeS = 0.0;
   unsigned ring = 0;
 };
+
+/// The header of an ASCII cloud, as the product writes it.
+[[nodiscard]] std::string pcdHeader(std::size_t points);
 
 /// Reads a cloud that the product wrote.
 /// @throw std::runtime_error where header and rows do not agree.

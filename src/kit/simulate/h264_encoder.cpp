@@ -1,5 +1,4 @@
 extern "C" {
-#include <libavcodec/avcodec.h>
 #include <libavutil/opt.h>
 }
 
@@ -11,6 +10,7 @@ extern "C" {
 #include <utility>
 #include <vector>
 
+#include "kit/simulate/av_pointers.h"
 #include "kit/simulate/picture_encoder.h"
 #include "platform/log.h"
 
@@ -19,19 +19,6 @@ namespace morva::sim {
 namespace {
 
 constexpr int kFramesPerSecond = 10;
-
-struct ContextDeleter {
-  void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-struct FrameDeleter {
-  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct PacketDeleter {
-  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-using ContextPtr = std::unique_ptr<AVCodecContext, ContextDeleter>;
-using FramePtr = std::unique_ptr<AVFrame, FrameDeleter>;
-using PacketPtr = std::unique_ptr<AVPacket, PacketDeleter>;
 
 const Log& log() {
   static const Log kLog("H264Encoder");
