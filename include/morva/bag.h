@@ -60,9 +60,8 @@ class MorvaBag {
   /// below and stores `privateData` (at most 4056 bytes, a serialized DeviceInfo message or empty)
   /// in its header; a read ignores `privateData`.
   /// @return 0 or an OpenCode. Codes 2, 3 and 9 leave the handle as it was; a refused topic list
-  /// leaves
-  ///         the new file open, for the caller to close; after any other failure the handle is
-  ///         closed.
+  ///         leaves the new file open, for the caller to close; after any other failure the handle
+  ///         is closed.
   [[nodiscard]] int open(const std::string& path, BagMode mode,
                          const std::string& privateData = {});
 
@@ -116,7 +115,8 @@ class MorvaBag {
   [[nodiscard]] View getView(const std::vector<std::string>& topics, std::int64_t startUs,
                              std::int64_t durationS) const;
 
-  /// Every message of the bag at `path` in file order, found by walking its chunks: needs no index.
+  /// Every message of a bag in file order, found by walking its chunks: needs no index.
+  /// @param path   The bag's.
   /// @param index  [out, may be null] The index rebuilt by the walk, serialized for an index chunk.
   ///               Damage ends the walk with a warning; what was found before it is kept.
   [[nodiscard]] static View getAllView(const std::string& path, std::string* index);
@@ -131,21 +131,19 @@ class MorvaBag {
   /// Rebuilds the index of the bag at `path` into the side file "<path>.index", by walking its
   /// chunks.
   /// @return 0, or after a log line: 1 the walk failed, 3 no bag, 4 the side file cannot be
-  /// created,
-  ///         5, 6 or 8 it could not be written, or the reader's open code.
+  ///         created, 5, 6 or 8 it could not be written, or the reader's open code.
   [[nodiscard]] static int reindex(const std::string& path);
 
   /// Reads and verifies every chunk of the bag at `path`, from the first to the end chunk.
   /// @return 0 when all is sound, or after a log line: 3 no bag, 7 a damaged, unknown or missing
-  /// chunk,
-  ///         or the reader's open code.
+  ///         chunk, or the reader's open code.
   [[nodiscard]] static int checkAll(const std::string& path);
 
   /// Told the file offset of each message that a check has verified; false ends the check.
   using CheckProgress = std::function<bool(std::uint64_t offset)>;
   static constexpr int kCheckStopped = -1;
-  /// The same, for bags that take long. @return kCheckStopped, without a line, when `goOn` ended
-  /// it.
+  /// The same, for bags that take long.
+  /// @return As above, or kCheckStopped, without a line, when `goOn` ended it.
   [[nodiscard]] static int checkAll(const std::string& path, const CheckProgress& goOn);
 
   /// Version of the bag library.

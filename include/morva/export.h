@@ -65,6 +65,7 @@ struct ExportResult {
 ///
 /// @param bag      Open for reading by open(); not owned. May be used for reading meanwhile.
 /// @param dir      The output folder; made, with its parents, when missing. Not empty.
+/// @param options  What to export, and how.
 /// @return What failed. Nothing is thrown.
 /// Threads: several exports may run at the same time, into different folders. Cost: memory for
 /// some messages of each worker; it does not grow with the recording.
