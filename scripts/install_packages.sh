@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a job needs, and nothing else.
 #
-#   scripts/install_packages.sh GROUP...       groups: build, shell, bench, coverage, fuzz, lint, package, interop
+#   scripts/install_packages.sh GROUP...
+#
+# Groups: build, shell, docs, bench, coverage, fuzz, lint, package, interop.
 #
 # Says what it will install, how much that downloads and how much disk it takes before it starts. Where
 # nothing is missing it prints nothing and uses neither apt nor the network.
@@ -27,6 +29,8 @@ declare -A groups=(
   # Shells whose completions are tested, what renders manual pages (40 MB, if none of it is there), and what
   # the documents' examples pipe JSON into.
   [shell]="bash-completion zsh fish man-db groff-base jq"
+  # What makes the documentation site, and what its examples read clouds with (65 MB, if none of it is there).
+  [docs]="doxygen python3-sphinx python3-myst-parser furo python3-breathe python3-numpy"
   # The programs that the benchmarks compare with are linked by nothing else.
   [bench]="libbenchmark-dev librosbag-storage-dev python3-rosbag libpcl-io1.13"
   [coverage]="gcovr"
