@@ -1,5 +1,5 @@
 # The shared library, and what `cmake --install` puts where. Components: tools, library, pictures,
-# development. The installed tree can be moved: nothing in it names its prefix.
+# development, and documentation where its site was made. The installed tree can be moved: nothing in it names its prefix.
 include(CMakePackageConfigHelpers)
 
 # ---------------------------------------------------------------------------- the shared library
@@ -58,6 +58,14 @@ install(TARGETS kbag kbagkit RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONE
 install(TARGETS kbag_pictures LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/kbag COMPONENT pictures)
 install(TARGETS kbag_shared EXPORT kbagTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
+
+# ---------------------------------------------------------------------------------- documentation
+set(KBAG_SITE "" CACHE PATH "Folder of the documentation site, made by scripts/make_site.py; empty: it is not installed")
+set(kbag_has_site NO)
+if(KBAG_SITE AND EXISTS ${KBAG_SITE}/index.html)
+  set(kbag_has_site YES)
+  install(DIRECTORY ${KBAG_SITE}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kbag/html COMPONENT documentation)
+endif()
 
 # ------------------------------------------------------------------------------------ development
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/morva ${PROJECT_BINARY_DIR}/include/morva

@@ -10,6 +10,9 @@ set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL tools library pictures development)
+if(kbag_has_site)
+  list(APPEND CPACK_COMPONENTS_ALL documentation)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -61,6 +64,15 @@ Headers, CMake package and pkg-config file for programs that record, read or
 export bag files with the kbag library, and the protobuf schema of the stored
 messages.")
 
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME kbag-doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION "inspect, verify and convert bag files - documentation
+The manual of the kbag tools and the reference of their library, as pages that
+open from the file system: a five-minute start, every command, output file and
+column, the file format, the C++ interface, what is promised and measured.")
+
 # Every package brings its copyright and its change log.
 string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)  # or as SOURCE_DATE_EPOCH says
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
@@ -68,7 +80,15 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
   set(doc_dir ${PROJECT_BINARY_DIR}/packaging/${package})
   configure_file(${PROJECT_SOURCE_DIR}/packaging/changelog.in ${doc_dir}/changelog @ONLY)
-  install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright
+  set(copyright ${PROJECT_SOURCE_DIR}/packaging/copyright)
+  if(component STREQUAL "documentation")
+    # With that of what makes the pages move.
+    set(copyright ${doc_dir}/copyright)
+    file(READ ${PROJECT_SOURCE_DIR}/packaging/copyright ours)
+    file(READ ${PROJECT_SOURCE_DIR}/packaging/copyright.site theirs)
+    file(CONFIGURE OUTPUT ${copyright} CONTENT "@ours@\n@theirs@" @ONLY)
+  endif()
+  install(FILES ${copyright}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
   if(KBAG_GZIP)
     execute_process(COMMAND ${KBAG_GZIP} -9nkf ${doc_dir}/changelog COMMAND_ERROR_IS_FATAL ANY)

@@ -43,8 +43,11 @@ main() {
     "$(file_of libkbag-dev)" g++ cmake make pkg-config >"$bare/log" 2>&1 || failed
   inside bash -euc "$unpack_pictures"
   inside bash -euc "$build_outside"
+  step "the documentation"
+  inside apt-get install -y -q --no-install-recommends "$(file_of kbag-doc)" >"$bare/log" 2>&1 || failed
+  inside test -f /usr/share/doc/kbag/html/start.html
   step "and away with them"
-  inside apt-get purge -y -q kbag libkbag0 libkbag-pictures libkbag-dev >"$bare/log" 2>&1 || failed
+  inside apt-get purge -y -q kbag kbag-doc libkbag0 libkbag-pictures libkbag-dev >"$bare/log" 2>&1 || failed
   inside bash -euc "$look_for_leftovers"
   umount --recursive --lazy "$bare/dev" "$bare/proc"
   [[ $keep ]] || rm -rf --one-file-system "$bare"

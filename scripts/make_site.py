@@ -177,6 +177,18 @@ def run_doxygen(headers, out):
     run("doxygen", "-", input=settings, cwd=headers[0].parent)
 
 
+def take_in_styles(folder):
+    """Debian's theme imports a style sheet from where a web server of Debian has it: it becomes part of the site."""
+    for sheet in folder.rglob("*.css"):
+        text = sheet.read_text(encoding="utf-8")
+        for statement, path in re.findall(r"(@import url\((/javascript/[^)]+)\);)", text):
+            imported = Path("/usr/share") / path.lstrip("/")
+            if not imported.is_file():
+                fail(f"{sheet.name} imports {path}, and there is no {imported}")
+            text = text.replace(statement, imported.read_text(encoding="utf-8"))
+        sheet.write_text(text, encoding="utf-8")
+
+
 def make_site(out):
     for program in ("doxygen", "sphinx-build"):
         if shutil.which(program) is None:
@@ -200,6 +212,7 @@ def make_site(out):
             *("-d", folder / "doctrees", sources.folder, folder / "html"),
             env=environment,
         )
+        take_in_styles(folder / "html")
         (folder / "html/.buildinfo").unlink(missing_ok=True)
         shutil.rmtree(out, ignore_errors=True)
         shutil.copytree(folder / "html", out)

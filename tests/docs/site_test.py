@@ -137,8 +137,11 @@ class Site(unittest.TestCase):
                 loaded += 1
         self.assertGreater(loaded, len(self.pages))
         for path in self.site.rglob("*.css"):
-            for url in re.findall(r"(?:url\(|@import)\s*[\"']?([^\"')\s]+)", path.read_text(encoding="utf-8")):
-                self.assertFalse(SCHEME.match(url) and not url.startswith("data:"), f"{path.name} loads {url}")
+            text = path.read_text(encoding="utf-8")
+            for url in re.findall(r"url\(\s*[\"']?([^\"')]+)", text) + re.findall(r"@import\s+[\"']([^\"']+)", text):
+                if not url.startswith("data:"):
+                    self.assertFalse(SCHEME.match(url) or url.startswith("/"), f"{path.name} loads {url}")
+                    self.assertTrue((path.parent / url).is_file(), f"{path.name} loads {url}")
         self.assertEqual([path for path in self.site.rglob("*") if path.is_symlink()], [])
 
     def test_search_knows_all_pages(self):
