@@ -43,9 +43,10 @@ main() {
     "$(file_of libkbag-dev)" g++ cmake make pkg-config >"$bare/log" 2>&1 || failed
   inside bash -euc "$unpack_pictures"
   inside bash -euc "$build_outside"
-  step "the documentation"
-  inside apt-get install -y -q --no-install-recommends "$(file_of kbag-doc)" >"$bare/log" 2>&1 || failed
+  step "the documentation, and every command that it shows"
+  inside apt-get install -y -q --no-install-recommends "$(file_of kbag-doc)" python3-numpy jq >"$bare/log" 2>&1 || failed
   inside test -f /usr/share/doc/kbag/html/start.html
+  inside python3 /project/tests/docs/commands_test.py /project /usr/bin/kbag /usr/bin/kbagkit
   step "and away with them"
   inside apt-get purge -y -q kbag kbag-doc libkbag0 libkbag-pictures libkbag-dev >"$bare/log" 2>&1 || failed
   inside bash -euc "$look_for_leftovers"
@@ -125,9 +126,10 @@ make_root() {
   else
     cp /etc/apt/sources.list "$bare/etc/apt/"
   fi
-  mkdir -p "$bare/packages" "$bare/outside"
+  mkdir -p "$bare/packages" "$bare/outside" "$bare/project"
   cp "$packages"/*.deb "$bare/packages/"
   cp "$root"/tests/install/outside/* "$bare/outside/"
+  (cd "$root" && cp -r --parents README.md docs tests/docs "$bare/project")
   mount -t proc proc "$bare/proc"
   mount --rbind /dev "$bare/dev"
   inside apt-get update -q >"$bare/log" 2>&1 || failed
