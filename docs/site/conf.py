@@ -12,13 +12,12 @@ extensions = ["myst_parser", "breathe"]
 myst_heading_anchors = 6  # links between pages name headings as they are called in any other viewer
 breathe_projects = {"kbag": os.environ["KBAG_SITE_XML"]}
 breathe_default_project = "kbag"
-breathe_default_members = ("members",)
+breathe_default_members = ("members", "protected-members", "undoc-members")
 breathe_show_enumvalue_initializer = True  # callers see the numbers
 
 highlight_language = "none"
 pygments_style = "friendly"
 pygments_dark_style = "native"
-nitpicky = False
 
 html_theme = "furo"
 html_title = f"kbag {version}"

@@ -23,8 +23,8 @@ class BatchRun;
 ///
 /// Life cycle:
 ///
-///   idle -- Init() --> initialised -- StartTask() --> running -- the task ends --> idle
-///   any state -- StopTask() --> idle
+///     idle -- Init() --> initialised -- StartTask() --> running -- the task ends --> idle
+///     any state -- StopTask() --> idle
 ///
 /// The host polls GetProgress() and IsTaskFinished(), then looks at GetErrorCode(). Another run
 /// needs another Init(). Before it destroys the object, or whenever it wants, the host calls

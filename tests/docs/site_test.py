@@ -92,11 +92,17 @@ class Site(unittest.TestCase):
                 there = any(entity in anchor for anchor in page.anchors)
                 self.assertTrue(there, f"{entity} is not on the page of {header.name}")
 
-    def test_public_members_are_described(self):
-        page = self.text_of("api/bag.html")
-        for text in ("kOpenNoIndex = 1", "verifies its checksum", "False after an error line"):
-            self.assertIn(text, page)
-        self.assertNotIn("openForWriting", page)  # private
+    def test_members_are_described(self):
+        expected = {
+            "bag": ("kOpenNoIndex = 1", "verifies its checksum", "False after an error line", "using View = morva::View"),
+            "batch_task": ("initLog", "outputPath", "StartTask() --> running"),
+            "export": ("kExportStopped = 4", "options – What to export, and how."),
+            "records": ("serialNumber", "us since the Unix epoch, as the writer gave it"),
+        }
+        for name, texts in expected.items():
+            for text in texts:
+                self.assertIn(text, self.text_of(f"api/{name}.html"))
+        self.assertNotIn("openForWriting", self.text_of("api/bag.html"))  # private
 
     def test_every_page_is_reached_from_the_front_page(self):
         reached, waiting = set(), ["index.html"]
