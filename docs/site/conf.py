@@ -3,6 +3,9 @@ the version, where Doxygen's result lies, and the tables of contents."""
 
 import json
 import os
+import re
+
+from docutils import nodes
 
 project = "kbag"
 author = "kbag developers"
@@ -15,6 +18,7 @@ breathe_default_project = "kbag"
 breathe_default_members = ("members", "protected-members", "undoc-members")
 breathe_show_enumvalue_initializer = True  # callers see the numbers
 
+smartquotes = False  # "--version" is to stay that
 highlight_language = "none"
 pygments_style = "friendly"
 pygments_dark_style = "native"
@@ -38,5 +42,25 @@ def add_contents(_app, docname, source):
         )
 
 
+FIGURE = re.compile(r"(?<=\d) (?=(?:us|ms|s|x|h|mm|m|kB|MB|GB|%)\b)|(?<=<=) (?=[+\d])")
+
+
+def keep_figures_whole(_app, doctree):
+    """In tables no line is broken between a number and its unit."""
+    for entry in doctree.findall(nodes.entry):
+        for text in list(entry.findall(nodes.Text)):
+            if not isinstance(text.parent, nodes.literal):
+                text.parent.replace(text, nodes.Text(FIGURE.sub("\u00a0", text)))
+
+
+def set_dashes_behind_parameters(_app, doctree):
+    for body in doctree.findall(nodes.field_body):
+        for text in list(body.findall(nodes.Text)):
+            if text == " -- ":
+                text.parent.replace(text, nodes.Text(" \u2013 "))
+
+
 def setup(app):
+    app.connect("doctree-read", set_dashes_behind_parameters)
+    app.connect("doctree-read", keep_figures_whole)
     app.connect("source-read", add_contents)

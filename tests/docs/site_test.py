@@ -94,7 +94,7 @@ class Site(unittest.TestCase):
 
     def test_members_are_described(self):
         expected = {
-            "bag": ("kOpenNoIndex = 1", "verifies its checksum", "False after an error line", "using View = morva::View"),
+            "bag": ("kOpenNoIndex = 1", "verifies its checksum", "using View = morva::View"),
             "batch_task": ("initLog", "outputPath", "StartTask() --> running"),
             "export": ("kExportStopped = 4", "options – What to export, and how."),
             "records": ("serialNumber", "us since the Unix epoch, as the writer gave it"),
@@ -103,6 +103,9 @@ class Site(unittest.TestCase):
             for text in texts:
                 self.assertIn(text, self.text_of(f"api/{name}.html"))
         self.assertNotIn("openForWriting", self.text_of("api/bag.html"))  # private
+
+    def test_text_is_left_as_it_is_written(self):
+        self.assertIn("start: --version", self.text_of("performance.html"))
 
     def test_every_page_is_reached_from_the_front_page(self):
         reached, waiting = set(), ["index.html"]
