@@ -59,6 +59,7 @@ class MorvaBag {
   /// Opens `path`. A write creates the file, which must not exist, from the three write options
   /// below and stores `privateData` (at most 4056 bytes, a serialized DeviceInfo message or empty)
   /// in its header; a read ignores `privateData`.
+  ///
   /// @return 0 or an OpenCode. Codes 2, 3 and 9 leave the handle as it was; a refused topic list
   ///         leaves the new file open, for the caller to close; after any other failure the handle
   ///         is closed.
@@ -115,10 +116,9 @@ class MorvaBag {
   [[nodiscard]] View getView(const std::vector<std::string>& topics, std::int64_t startUs,
                              std::int64_t durationS) const;
 
-  /// Every message of a bag in file order, found by walking its chunks: needs no index.
-  /// @param path   The bag's.
+  /// Every message in file order, found by walking the chunks of a bag: needs no index.
+  /// @param path   Of the bag. Damage ends the walk with a warning; what was before it is kept.
   /// @param index  [out, may be null] The index rebuilt by the walk, serialized for an index chunk.
-  ///               Damage ends the walk with a warning; what was found before it is kept.
   [[nodiscard]] static View getAllView(const std::string& path, std::string* index);
 
   /// What the bag holds; all zero when none is open for reading. Reads memory only.
@@ -131,12 +131,14 @@ class MorvaBag {
   /// Rebuilds the index of the bag at `path` into the side file "<path>.index", by walking its
   /// chunks.
   /// @return 0, or after a log line: 1 the walk failed, 3 no bag, 4 the side file cannot be
-  ///         created, 5, 6 or 8 it could not be written, or the reader's open code.
+  ///         created, 5, 6 or 8 it could not be written,
+  ///         or the reader's open code.
   [[nodiscard]] static int reindex(const std::string& path);
 
   /// Reads and verifies every chunk of the bag at `path`, from the first to the end chunk.
-  /// @return 0 when all is sound, or after a log line: 3 no bag, 7 a damaged, unknown or missing
-  ///         chunk, or the reader's open code.
+  /// @return 0 when all is sound, or after a log line: 3 no bag,
+  ///         7 a damaged, unknown or missing chunk,
+  ///         or the reader's open code.
   [[nodiscard]] static int checkAll(const std::string& path);
 
   /// Told the file offset of each message that a check has verified; false ends the check.

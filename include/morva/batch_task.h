@@ -77,8 +77,9 @@ class BagTool {
   /// Prepares a run: opens a new log file and accepts the projects whose folder exists and holds a
   /// bag file; the others are logged and left out. No project at all is no failure here, but the
   /// task will end with kNoBag.
-  /// @return False, the state unchanged, when the log file cannot be made, or when a run is
-  ///         prepared or going on (which is logged to the new log file).
+  /// @return False, the state unchanged, when the log file cannot be made,
+  ///         or when a run is prepared or going on
+  ///         (which is logged to the new log file).
   [[nodiscard]] virtual bool Init(const PreprocessArgs& args);
 
   /// Starts the task that Init() prepared and returns once it is running. A refusal (nothing is
@@ -107,8 +108,9 @@ class BagTool {
  protected:
   /// Opens a new log file in `dir`, which is made with its parents when missing. An earlier log
   /// file is written no more; it is closed with the object.
-  /// @return False when the folder cannot be made (the earlier log stays in use) or the file
-  ///         cannot be opened (there is no log then).
+  /// @return False when the folder cannot be made (the earlier log stays in use)
+  ///         or the file cannot be opened
+  ///         (there is no log then).
   [[nodiscard]] bool initLog(const std::string& dir);
 
   /// Appends `text`, which brings its own line feed, to the log file. A text of more than 1023
