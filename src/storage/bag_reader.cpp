@@ -18,6 +18,10 @@ namespace {
 
 constexpr std::string_view kGenericLidar = "/lidar";
 
+/// Names that may stand for one topic. No recorder gives it more than one; thousands would have all
+/// that is done for each name done as often with the same messages.
+constexpr std::size_t kMaxNames = 16;
+
 /// Text up to a NUL, or all of it.
 std::string_view untilNul(std::string_view bytes) { return bytes.substr(0, bytes.find('\0')); }
 
@@ -111,10 +115,15 @@ int BagReader::readDefinition() {
 }
 
 void BagReader::addTopics(const std::string& records) {
+  std::map<std::uint32_t, std::size_t> namesOf;
   for (std::size_t at = 0; at < records.size(); at += layout::kTopicRecordBytes) {
     const std::string_view record = std::string_view(records).substr(at, layout::kTopicRecordBytes);
     const auto id = loadLe<std::uint32_t>(record.data());
     const std::string name(untilNul(record.substr(layout::kTopicNameOffset)));
+    if (!topicIds_.contains(name) && ++namesOf[id] > kMaxNames) {
+      if (namesOf[id] == kMaxNames + 1) log_.error("topic(%u) has too many names!", id);
+      continue;
+    }
     topicIds_.emplace(name, id);
     topicNames_.emplace(id, name);
     if (isLidarModel(name)) topicIds_.emplace(kGenericLidar, id);
