@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "messages/crowded_payload.h"
 #include "morva/bag.h"
 #include "platform/ignore_result.h"
 #include "platform/log.h"
@@ -20,13 +21,24 @@ inline void logUndecodable(const Log& log, const MorvaBag::View::MsgIndex& index
             std::string(index.topicName.data()), index.chunkOffset);
 }
 
+/// Reads the payload of one message, to be converted. @return False after an error line where it
+/// cannot be read, or holds more samples than its bytes in the file are believed to.
+[[nodiscard]] inline bool readPayload(const Log& log, const MorvaBag& bag,
+                                      const MorvaBag::View::MsgIndex& index, std::string* payload) {
+  if (!bag.readMessage(index, payload)) return false;
+  if (!isCrowded(*payload, index.storedSize)) return true;
+  log.error("message of topic[%s] at offset(%llu) holds too many samples for its %u bytes!",
+            std::string(index.topicName.data()), index.chunkOffset, index.storedSize);
+  return false;
+}
+
 /// Reads one message and converts it. No frames where it cannot be read, or, after an error line,
 /// converted.
 template <typename Convert>
 [[nodiscard]] auto readFrames(const Log& log, const MorvaBag& bag,
                               const MorvaBag::View::MsgIndex& index, Convert convert,
                               std::string* payload) -> decltype(convert(*payload)) {
-  if (!bag.readMessage(index, payload)) return {};
+  if (!readPayload(log, bag, index, payload)) return {};
   auto frames = convert(*payload);
   if (frames.empty()) logUndecodable(log, index);
   return frames;

@@ -69,7 +69,7 @@ bool MotorWindow::isPast(double timeS) const {
 MotorRecords MotorWindow::load(std::size_t index) const {
   std::string payload;
   MotorRecords records;
-  if (!bag_.readMessage(view_.indexes[index], &payload)) return records;
+  if (!readPayload(log_, bag_, view_.indexes[index], &payload)) return records;
   for (const auto& frame : MsgConverter::fromMotorMsgArray(payload)) {
     records.push_back(frame->motor);
   }

@@ -63,9 +63,10 @@ constexpr CalibrationFile kCalibrationFiles[] = {
 
 /// True for a topic that is "/lidar" under the name of the lidar's model.
 bool isLidarByModel(const BagInfo& info, const TopicInfo& topic) {
-  return topic.name != kLidarTopic && std::ranges::any_of(info.topics, [&](const TopicInfo& other) {
-           return other.name == kLidarTopic && other.topicId == topic.topicId;
-         });
+  if (topic.name == kLidarTopic) return false;
+  const auto lidar = std::ranges::lower_bound(info.topics, kLidarTopic, {}, &TopicInfo::name);
+  return lidar != info.topics.end() && lidar->name == kLidarTopic &&
+         lidar->topicId == topic.topicId;
 }
 
 /// True for the topics that have no step of their own.
@@ -98,9 +99,10 @@ void DeviceExport::readCalibration() {
   std::string payload;
   for (const MsgIndex& index : wholeTopic(kConfigTopic).indexes) {
     if (run_->stopped()) return;
-    if (!job_->bag->readMessage(index, &payload)) continue;  // logged; the others may do
+    const Log log("BagTool", kMethod);
+    if (!readPayload(log, *job_->bag, index, &payload)) continue;  // logged; the others may do
     const auto files = MsgConverter::fromFileMsgArray(payload);
-    if (files.empty()) logUndecodable(Log("BagTool", kMethod), index);
+    if (files.empty()) logUndecodable(log, index);
     for (const auto& file : files) takeCalibrationFile(*file);
   }
 }

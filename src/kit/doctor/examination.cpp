@@ -122,7 +122,7 @@ bool Examination::readPayloads(const Sink& sink, const Progress& progress) {
     }
     ++countOf(message.proof, &topic);
     topic.bytes += payload.size();
-    if (!isDecodable(topic.name, payload)) ++topic.undecodable;
+    if (!isDecodable(topic.name, payload, message.header.storedSize)) ++topic.undecodable;
     account_.messages.push_back(message);
     if (sink && !sink(message, payload)) return false;
   }

@@ -4,6 +4,7 @@
 #include <google/protobuf/stubs/logging.h>
 
 #include "kbag_msgs.pb.h"
+#include "messages/crowded_payload.h"
 #include "messages/message_kind.h"
 
 namespace morva::doctor {
@@ -23,8 +24,10 @@ bool parses(const std::string& payload) {
 
 bool isKnownTopic(std::string_view topic) { return messageKindOf(topic) != MessageKind::kUnknown; }
 
-bool isDecodable(std::string_view topic, const std::string& payload) {
-  switch (messageKindOf(topic)) {
+bool isDecodable(std::string_view topic, const std::string& payload, std::size_t storedBytes) {
+  const MessageKind kind = messageKindOf(topic);
+  if (kind != MessageKind::kUnknown && isCrowded(payload, storedBytes)) return false;
+  switch (kind) {
     case MessageKind::kUnknown:
       return true;
     case MessageKind::kImu:

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "messages/crowded_payload.h"
 #include "platform/log.h"
 
 namespace morva::inspect {
@@ -36,8 +37,10 @@ std::uint64_t SampleListing::print(RowWriter* writer, const Print& print) {
       return !messages_.window().contains(*row.timeUs) || print(writer->row(*message, table, row));
     };
     const bool isRead = recording_->read(*message->entry, message->chunkOffset, &payload);
+    const bool isTooMuch = isRead && messageKindOf(message->topic->name) != MessageKind::kUnknown &&
+                           isCrowded(payload, message->entry->storedSize);
     const auto result =
-        isRead ? table.decode(payload, printRow) : SampleTable::Result::kUndecodable;
+        isRead && !isTooMuch ? table.decode(payload, printRow) : SampleTable::Result::kUndecodable;
     if (result == SampleTable::Result::kStopped) return lost;
     if (result == SampleTable::Result::kDone) continue;
     ++lost;
