@@ -102,7 +102,9 @@ void BatchRun::exportTopics(const Job& job, const TopicFilter& wanted) {
   for (const TopicInfo& topic : info.topics) {
     if (stopped()) return;
     if (!wanted(info, topic)) continue;
-    const View view = job.bag->getView(topic.name, 0, -1);
+    // What has no output needs no messages; a bag may claim thousands of such topics.
+    const bool hasOutput = !DataExporter::dataFile(topic.name).empty();
+    const View view = hasOutput ? job.bag->getView(topic.name, 0, -1) : View();
     exportTopic(job, topic.name,
                 [&](DataExporter* exporter) { return exporter->exportData(topic.name, view); });
   }

@@ -11,17 +11,19 @@ namespace {
 TopicCommand commandFor(ExportLayout layout, bool images) {
   const TopicOutputs outputs = topicOutputs(layout, images);
   const bool unpacks = layout == ExportLayout::kUnpacked;
-  return {.function = unpacks ? "kbag_unpack_data_mt" : "kbag_export_frame_mt",
-          .noun = unpacks ? "data" : "frame",
-          .dirPrefix = unpacks ? "/data-" : "/export-",
-          .subDirs = outputs.folders,
-          .outputOf = [outputs](const std::string& topic) { return outputKey(outputs, topic); },
-          .exportTopic =
-              [outputs](MorvaBag* bag, const std::string& outDir, const std::string& topic,
-                        const View& view, Crew* crew) {
-                return outputs.exportTopic(
-                    {.bag = bag, .outDir = outDir, .topic = topic, .view = &view, .crew = crew});
-              }};
+  return {
+      .function = unpacks ? "kbag_unpack_data_mt" : "kbag_export_frame_mt",
+      .noun = unpacks ? "data" : "frame",
+      .dirPrefix = unpacks ? "/data-" : "/export-",
+      .subDirs = outputs.folders,
+      .outputOf = [outputs](const std::string& topic) { return outputKey(outputs, topic); },
+      .hasOutput = [outputs](const std::string& topic) { return !outputs.fileOf(topic).empty(); },
+      .exportTopic =
+          [outputs](MorvaBag* bag, const std::string& outDir, const std::string& topic,
+                    const View& view, Crew* crew) {
+            return outputs.exportTopic(
+                {.bag = bag, .outDir = outDir, .topic = topic, .view = &view, .crew = crew});
+          }};
 }
 
 }  // namespace

@@ -35,17 +35,49 @@ const SchedParam& workerSched() {
   return sched;
 }
 
-/// The handles that tasks have opened.
-class HandleList {
+/// Opens the bag of a run for its tasks, which have a handle each.
+///
+/// No recorder knows so many topics as kOwnHandles. Where a bag has more, those without an output
+/// share one handle from there on: reading the topic list and the index of thousands of topics for
+/// each of them would take hours. Threads: any.
+class Handles {
  public:
-  void add(std::shared_ptr<MorvaBag> bag) {
-    const std::lock_guard lock(mutex_);
-    bags_.push_back(std::move(bag));
+  explicit Handles(std::string path) : path_(std::move(path)) {}
+
+  /// @param task  Its number among the tasks.
+  /// @return Null after an error line.
+  [[nodiscard]] std::shared_ptr<MorvaBag> open(std::size_t task, bool hasOutput) {
+    if (hasOutput || task < kOwnHandles) return openOne();
+    const std::lock_guard lock(sharedMutex_);
+    if (shared_ == nullptr) shared_ = openOne();
+    return shared_;
+  }
+  /// The handle stays in the list; its file and index are no longer needed.
+  void release(const std::shared_ptr<MorvaBag>& bag) {
+    const std::lock_guard lock(sharedMutex_);
+    if (bag != shared_) bag->close();
   }
 
  private:
+  static constexpr std::size_t kOwnHandles = 32;
+
+  std::shared_ptr<MorvaBag> openOne() {
+    auto bag = std::make_shared<MorvaBag>();
+    if (const int code = bag->open(path_, BagMode::kRead); code != MorvaBag::kOpenOk) {
+      const Log log("", "operator()");
+      log.error("open bag file(%s) error(%d)!", path_, code);
+      return nullptr;
+    }
+    const std::lock_guard lock(mutex_);
+    bags_.push_back(bag);
+    return bag;
+  }
+
+  const std::string path_;
   std::mutex mutex_;
   std::list<std::shared_ptr<MorvaBag>> bags_;
+  std::mutex sharedMutex_;
+  std::shared_ptr<MorvaBag> shared_;
 };
 
 /// The workers of one run.
@@ -150,25 +182,19 @@ bool makeFreshDirectories(const TopicCommand& command, const std::string& outDir
 /// One topic's task.
 struct TopicTask {
   const TopicCommand* command;
-  std::string bagPath;
   std::string outDir;
   std::string topic;
+  std::size_t number;
   Turn turn;
   Workers* workers;
-  HandleList* handles;
+  Handles* handles;
 
   void run() const {
     const Turn::Scope holdTurn(turn, workers);
-    const auto bag = std::make_shared<MorvaBag>();
-    if (const int code = bag->open(bagPath, BagMode::kRead); code != MorvaBag::kOpenOk) {
-      const Log log("", "operator()");
-      log.error("open bag file(%s) error(%d)!", bagPath, code);
-      return;
-    }
-    handles->add(bag);
+    const auto bag = handles->open(number, command->hasOutput(topic));
+    if (bag == nullptr) return;
     exportTopic(bag.get());
-    // The handle stays in the list; its file and index are no longer needed.
-    bag->close();
+    handles->release(bag);
   }
 
  private:
@@ -184,13 +210,14 @@ struct TopicTask {
 };
 
 void runTasks(const TopicCommand& command, const TopicRequest& request, const std::string& outDir,
-              AsyncTaskQueue* queue, Workers* workers, HandleList* handles) {
+              AsyncTaskQueue* queue, Workers* workers, Handles* handles) {
   Turns turns;
+  std::size_t number = 0;
   for (const std::string& topic : request.topics) {
     const TopicTask task{.command = &command,
-                         .bagPath = request.bagPath,
                          .outDir = outDir,
                          .topic = topic,
+                         .number = number++,
                          .turn = turns.next(command.outputOf(topic)),
                          .workers = workers,
                          .handles = handles};
@@ -212,7 +239,7 @@ void runOnTopics(const TopicCommand& command, const TopicRequest& request) {
   const Log log("", command.function);
   const int threads =
       request.threads < 1 ? static_cast<int>(request.topics.size()) : request.threads;
-  HandleList handles;
+  Handles handles(request.bagPath);
   Workers workers(threads, request.topics.size());
   AsyncTaskQueue queue;
   if (!queue.init(threads, workerSched())) {

@@ -20,7 +20,11 @@ struct TopicCommand {
   /// Names the output of a topic. Topics of the same output never run at the same time.
   std::function<std::string(const std::string& topic)> outputOf;
 
-  /// Exports one topic. Called by several workers at the same time, each with a bag of its own.
+  /// Whether there is anything to write of a topic.
+  std::function<bool(const std::string& topic)> hasOutput = [](const std::string&) { return true; };
+
+  /// Exports one topic. Called by several workers at the same time, each with a bag of its own; of
+  /// very many topics, those without an output share one.
   /// `crew` are the workers that have no topic to export; null where there is one worker alone.
   /// @return False when something of the topic is missing.
   std::function<bool(MorvaBag* bag, const std::string& outDir, const std::string& topic,

@@ -22,6 +22,7 @@
 #include <gtest/gtest.h>
 
 #include "morva/bag.h"
+#include "support/failing_file_calls.h"
 #include "support/log_capture.h"
 #include "support/no_more_threads.h"
 #include "support/temp_dir.h"
@@ -271,6 +272,44 @@ TEST_F(RunOnTopics, BagThatCannotBeOpenedFailsEachTaskAndIsCalledASuccess) {
       "<E>TIME [operator(),L0] open bag file(" + request.bagPath + ") error(3)!";
   EXPECT_EQ(log_.lines(), (Names{missing, failed, missing, failed}));
 }
+
+class RunOnManyTopics : public RunOnTopics {
+ protected:
+  /// @return How often the bag was opened.
+  int run(bool hasOutput, int threads) {
+    std::atomic<int> whole = 0;
+    TopicCommand command = commandOf({});
+    command.hasOutput = [hasOutput](const std::string& topic) {
+      return hasOutput || topic == "/t99";
+    };
+    command.exportTopic = [&](MorvaBag* bag, const std::string&, const std::string& topic,
+                              const View& view, Crew*) {
+      std::string payload;
+      const bool isWhole = view.indexes.size() == 2 && topic == view.indexes[0].topicName.data() &&
+                           bag->readMessage(view.indexes[1], &payload) && payload == "payload";
+      whole += isWhole ? 1 : 0;
+      return true;
+    };
+    Names topics;
+    for (int i = 0; i < 100; ++i) topics.push_back("/t" + std::to_string(i));
+    const std::string bag = makeBag(dir_ / "many.kbag", topics);
+    const FailingFileCalls calls;
+    TopicRequest request = requestOf(topics, threads);
+    request.bagPath = bag;
+    const Printed printed([&] { runOnTopics(command, request); });
+    EXPECT_EQ(whole, 100);
+    const int opened = calls.count(FailingFileCalls::Call::kOpen);
+    fs::remove(bag);
+    return opened;
+  }
+};
+
+TEST_F(RunOnManyTopics, ThoseWithoutAnOutputShareABagBeyondTheUsualNumber) {
+  EXPECT_EQ(run(false, 1), 32 + 1 + 1) << "32 tasks, the last topic's, and the shared one";
+  EXPECT_EQ(run(false, 8), 32 + 1 + 1);
+}
+
+TEST_F(RunOnManyTopics, ThoseWithAnOutputHaveABagEach) { EXPECT_EQ(run(true, 8), 100); }
 
 TEST_F(RunOnTopics, EmptyListPrintsANoticeAndLeavesFreshDirectories) {
   fs::create_directories(dir_ / "one");
