@@ -6,6 +6,7 @@
 
 #include "morva/batch_task.h"
 #include "platform/directory.h"
+#include "platform/file_path.h"
 #include "platform/ignore_result.h"
 #include "task/task_line.h"
 
@@ -19,6 +20,20 @@ std::string logName(const std::string& dir) {
   const osmik::DateTime now = osmik::DateTime::getDateTime();
   return osmik::StrUtil::format("%s/bagtool-%04d%02d%02d_%02d%02d%02d.log", dir, now.year(),
                                 now.month(), now.day(), now.hour(), now.minute(), now.second());
+}
+
+/// Creates a log, or empties it. A link of its name, which would lead elsewhere, is removed.
+/// @return Null with errno set.
+std::FILE* openLog(const std::string& dir, const std::string& path) {
+  if (!osmik::Directory::removeLinks(dir, osmik::FilePath(path).baseName())) {
+    errno = ELOOP;
+    return nullptr;
+  }
+  std::FILE* file = nullptr;
+  do {
+    file = std::fopen(path.c_str(), "wb+");
+  } while (file == nullptr && errno == EINTR);
+  return file;
 }
 
 }  // namespace
@@ -36,12 +51,8 @@ bool BagTool::initLog(const std::string& dir) {
     const std::lock_guard lock(logMutex_);
     if (log_ != nullptr) ignoreResult(std::fflush(log_.get()));  // as for closing
   }
-  LogFile file;
-  int error = 0;
-  do {
-    file.reset(std::fopen(name.c_str(), "wb+"));
-    error = errno;
-  } while (file == nullptr && error == EINTR);
+  LogFile file(openLog(dir, name));
+  const int error = errno;
   const bool opened = file != nullptr;
   replaceLog(std::move(file));
   if (!opened) {

@@ -1,7 +1,9 @@
 #include "task/recordings.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <ctime>
 #include <filesystem>
 #include <regex>
 #include <sstream>
@@ -184,6 +186,21 @@ std::vector<std::string> taskLog(const std::string& dir) {
     }
   }
   return lines;
+}
+
+std::vector<std::string> comingLogNames() {
+  constexpr std::time_t kSeconds = 120;
+  const std::time_t now = std::time(nullptr);
+  std::vector<std::string> names;
+  for (std::time_t second = now; second <= now + kSeconds; ++second) {
+    std::tm local{};
+    localtime_r(&second, &local);
+    std::array<char, 64> name{};
+    const std::size_t length =
+        std::strftime(name.data(), name.size(), "bagtool-%Y%m%d_%H%M%S.log", &local);
+    names.emplace_back(name.data(), length);
+  }
+  return names;
 }
 
 }  // namespace morva::test

@@ -59,6 +59,9 @@ std::vector<std::string> contentsOf(const std::string& dir);
 /// replaced by "TIME": "<I>TIME BagTool::Init,init success, project nums: 1."
 std::vector<std::string> taskLog(const std::string& dir);
 
+/// The names that the log file of a task may get within the next two minutes.
+std::vector<std::string> comingLogNames();
+
 }  // namespace morva::test
 
 #endif  // MORVA_TESTS_TASK_RECORDINGS_H_

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +13,7 @@
 namespace morva::test {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -73,6 +75,19 @@ TEST_F(TaskLog, AFileOfTheSameSecondIsTruncatedAndNeverMixed) {
   const std::vector<std::string> lines = taskLog(dir_.path());
   EXPECT_LT(lines.size(), 21U);
   EXPECT_EQ(lines.back(), "last");
+}
+
+TEST_F(TaskLog, LinkOfItsNameIsReplacedAndNotFollowed) {
+  const std::string victim = dir_ / "victim";
+  writeFile(victim, "untouched");
+  const std::string logs = dir_ / "logs";
+  fs::create_directory(logs);
+  for (const std::string& name : comingLogNames()) fs::create_symlink(victim, logs + "/" + name);
+  Probed<BagTool> tool;
+  EXPECT_TRUE(tool.initLog(logs));
+  tool.logout("a line\n");
+  tool.StopTask();
+  EXPECT_EQ(readFile(victim), "untouched");
 }
 
 TEST_F(TaskLog, LinesOfManyThreadsStayWhole) {

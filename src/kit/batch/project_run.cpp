@@ -83,7 +83,8 @@ bool ProjectRun::prepareOutput(osmik::DirLock* lock, ProjectResult* result) {
     fail(BagTool::kNoBag, "the output folder cannot be made");
     return false;
   }
-  if (!Directory::createDir(logDir, true)) {
+  if (!Directory::removeLinks(project_.outputPath, kLogFolder) ||
+      !Directory::createDir(logDir, true)) {
     fail(BagTool::kNotStarted, "the log folder cannot be made");
     return false;
   }

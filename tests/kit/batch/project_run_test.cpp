@@ -271,12 +271,23 @@ TEST_F(RunProjects, LogFolderThatCannotBeMadeFails) {
 
 TEST_F(RunProjects, LogThatCannotBeWrittenFails) {
   const std::string path = makeProject("p1");
-  fs::create_directories(dir_ / "out/p1");
-  fs::create_directory_symlink("/proc/self", dir_ / "out/p1/log");
+  for (const std::string& name : test::comingLogNames()) {
+    fs::create_directories(dir_ / ("out/p1/log/" + name));  // in the way
+  }
   const ManifestEntry entry = runOne(path);
   EXPECT_EQ(entry.outcome, Outcome::kFailed);
   EXPECT_EQ(entry.errorCode, BagTool::kNotStarted);
   EXPECT_EQ(entry.message, "the log cannot be written");
+}
+
+TEST_F(RunProjects, LogFolderIsNotALinkThatLeadsElsewhere) {
+  const std::string path = makeProject("p1");
+  fs::create_directories(dir_ / "out/p1");
+  fs::create_directory(dir_ / "elsewhere");
+  fs::create_directory_symlink(dir_ / "elsewhere", dir_ / "out/p1/log");
+  EXPECT_EQ(runOne(path).outcome, Outcome::kDone);
+  EXPECT_TRUE(fs::is_empty(dir_ / "elsewhere"));
+  EXPECT_FALSE(fs::is_empty(dir_ / "out/p1/log"));
 }
 
 TEST_F(RunProjects, OutputThatAnotherRunWorksOnFailsAndKeepsTheManifest) {
