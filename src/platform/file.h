@@ -51,8 +51,8 @@ class IODevice {
 /// Interrupted system calls are repeated. Threads: one at a time.
 class File final : public IODevice {
  public:
-  /// Most bytes that can be looked at in place. More would fall out of the processor's cache before
-  /// they are used.
+  /// Most bytes that can be looked at in place; more would leave the processor's cache unused.
+  // NOLINTNEXTLINE(bugprone-implicit-widening-of-multiplication-result): a constant
   static constexpr std::size_t kMaxPeekBytes = 256 * 1024;
 
   File() = default;
