@@ -1,6 +1,8 @@
 #include "faults/operations.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -23,23 +25,12 @@ namespace fs = std::filesystem;
 
 /// Messages of every kind, with a calibration, and scans within the motor's times.
 std::vector<RecordedMessage> allMessages() {
-  std::vector<RecordedMessage> messages = {
-      fileMessage("/config_file", "imu.yaml", imuYaml(0.25)),
-      fileMessage("/config_file", "lidar.yaml", "s: [1, 1]\ne: 0.01\ncalibrated: true\n"),
-      fileMessage("/config_file", "extrinsic_motor_lidar.yaml", translationYaml(0, 0, -0.5)),
-      fileMessage("/config_file", "extrinsic_imu_motor.yaml", translationYaml(-1, 0, 0)),
-      fileMessage("/config_file", "extrinsic_camera_motor.yaml", translationYaml(0, -2, 0)),
-      fileMessage("/config_file", "camera.yaml", "model: pinhole\n"),
-      fileMessage("/project_data", "project.json", "{}"),
-      logMessage("/raw_gnss_log", "$GNGGA\n"),
-      logMessage("/raw_gnss_log", "$GNRMC\n")};
+  std::vector<RecordedMessage> messages = carriedMessages();
+  messages.push_back(logMessage("/raw_gnss_log", "$GNGGA\n"));
+  messages.push_back(logMessage("/raw_gnss_log", "$GNRMC\n"));
   for (int i = 0; i < 2; ++i) {
     const std::int64_t timeUs = kStartUs + 100000 * i;
-    messages.push_back(imuMessage(timeUs));
-    messages.push_back(motorMessage(timeUs - 10000, 60000, 0.3));
-    messages.push_back(lidarMessage("/lidar", timeUs));
-    messages.push_back(magneticMessage(timeUs));
-    messages.push_back(gnssMessage(timeUs));
+    std::ranges::copy(sampleMessages(timeUs), std::back_inserter(messages));
     messages.push_back(imageMessage("/camera_left/h264", timeUs, h264Picture()));
     messages.push_back(imageMessage("/camera_right/jpeg", timeUs, "\xFF\xD8 a picture"));
   }

@@ -1,9 +1,11 @@
 // Damaged recordings through everything that unpacks one, the correction with their calibration
 // included: nothing crashes, nothing hangs, nothing half-made is left.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
@@ -30,22 +32,10 @@ constexpr std::size_t kLargestAllocation = 2 * 16 * 1024 * 1024;
 
 /// A device's recording: samples, scans within the motor's times, pictures and a calibration.
 std::vector<RecordedMessage> deviceRecording() {
-  std::vector<RecordedMessage> messages = {
-      fileMessage("/config_file", "imu.yaml", imuYaml(0.25)),
-      fileMessage("/config_file", "lidar.yaml", "s: [1, 1]\ne: 0.01\ncalibrated: true\n"),
-      fileMessage("/config_file", "extrinsic_motor_lidar.yaml", translationYaml(0, 0, -0.5)),
-      fileMessage("/config_file", "extrinsic_imu_motor.yaml", translationYaml(-1, 0, 0)),
-      fileMessage("/config_file", "extrinsic_camera_motor.yaml", translationYaml(0, -2, 0)),
-      fileMessage("/config_file", "camera.yaml", "model: pinhole\n"),
-      fileMessage("/project_data", "project.json", "{}"),
-      logMessage("/raw_gnss_log", "$GNGGA\n")};
+  std::vector<RecordedMessage> messages = carriedMessages();
+  messages.push_back(logMessage("/raw_gnss_log", "$GNGGA\n"));
   for (int i = 0; i < 3; ++i) {
-    const std::int64_t timeUs = kStartUs + 100000 * i;
-    messages.push_back(imuMessage(timeUs));
-    messages.push_back(motorMessage(timeUs - 10000, 60000, 0.3));
-    messages.push_back(lidarMessage("/lidar", timeUs));
-    messages.push_back(magneticMessage(timeUs));
-    messages.push_back(gnssMessage(timeUs));
+    std::ranges::copy(sampleMessages(kStartUs + 100000 * i), std::back_inserter(messages));
   }
   messages.push_back(imageMessage("/camera_left/h264", kStartUs, h264Picture()));
   return messages;

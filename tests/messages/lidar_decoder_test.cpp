@@ -4,7 +4,6 @@
 #include "messages/lidar_decoder.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -20,12 +19,14 @@
 
 #include "messages/msg_converter.h"
 #include "messages/msg_converter_pri.h"
+#include "support/same_clouds.h"
 
 namespace morva {
 namespace {
 
 namespace pb = protix::kbag_msgs;
 using Frames = std::vector<std::shared_ptr<PointCloudFrame>>;
+using test::isSame;
 
 std::optional<Frames> byProtobuf(std::string_view payload) {
   pb::LidarPointMsgArray array;
@@ -40,33 +41,6 @@ std::optional<Frames> byDecoder(std::string_view payload) {
   const auto bytes = std::make_unique_for_overwrite<char[]>(payload.size());
   std::ranges::copy(payload, bytes.get());
   return decodeLidarPayload({bytes.get(), payload.size()});
-}
-
-bool isSame(float a, float b) {
-  return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
-}
-bool isSame(double a, double b) {
-  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
-}
-
-bool isSame(const PointIRT& a, const PointIRT& b) {
-  return isSame(a.x, b.x) && isSame(a.y, b.y) && isSame(a.z, b.z) &&
-         isSame(a.positionPad, b.positionPad) && isSame(a.normal_x, b.normal_x) &&
-         isSame(a.intensity, b.intensity) && isSame(a.timestamp, b.timestamp) && a.ring == b.ring;
-}
-
-bool isSame(const PointCloudFrame& a, const PointCloudFrame& b) {
-  const PointCloud& cloudA = *a.cloud->cloud;
-  const PointCloud& cloudB = *b.cloud->cloud;
-  return a.seq == b.seq && a.collectTimestamp == b.collectTimestamp &&
-         a.cloud->seq == b.cloud->seq && isSame(a.cloud->time, b.cloud->time) &&
-         cloudA.width == cloudB.width && cloudA.height == cloudB.height &&
-         std::ranges::equal(cloudA.points, cloudB.points,
-                            [](const PointIRT& p, const PointIRT& q) { return isSame(p, q); });
-}
-
-bool isSame(const Frames& a, const Frames& b) {
-  return std::ranges::equal(a, b, [](const auto& p, const auto& q) { return isSame(*p, *q); });
 }
 
 std::string hex(std::string_view bytes) {

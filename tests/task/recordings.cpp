@@ -188,6 +188,21 @@ std::vector<std::string> taskLog(const std::string& dir) {
   return lines;
 }
 
+std::vector<RecordedMessage> carriedMessages() {
+  return {fileMessage("/config_file", "imu.yaml", imuYaml(0.25)),
+          fileMessage("/config_file", "lidar.yaml", "s: [1, 1]\ne: 0.01\ncalibrated: true\n"),
+          fileMessage("/config_file", "extrinsic_motor_lidar.yaml", translationYaml(0, 0, -0.5)),
+          fileMessage("/config_file", "extrinsic_imu_motor.yaml", translationYaml(-1, 0, 0)),
+          fileMessage("/config_file", "extrinsic_camera_motor.yaml", translationYaml(0, -2, 0)),
+          fileMessage("/config_file", "camera.yaml", "model: pinhole\n"),
+          fileMessage("/project_data", "project.json", "{}")};
+}
+
+std::vector<RecordedMessage> sampleMessages(std::int64_t timeUs) {
+  return {imuMessage(timeUs), motorMessage(timeUs - 10000, 60000, 0.3),
+          lidarMessage("/lidar", timeUs), magneticMessage(timeUs), gnssMessage(timeUs)};
+}
+
 std::vector<std::string> comingLogNames() {
   constexpr std::time_t kSeconds = 120;
   const std::time_t now = std::time(nullptr);

@@ -49,6 +49,11 @@ std::string identityYaml();
 /// A pure translation.
 std::string translationYaml(double x, double y, double z);
 
+/// What a device's recording carries: a whole calibration, and a file of the project.
+std::vector<RecordedMessage> carriedMessages();
+/// A message of every kind of sample, the scan within the motor's times.
+std::vector<RecordedMessage> sampleMessages(std::int64_t timeUs);
+
 /// Every regular file under `dir`, relative to it, in ascending order; directories without files
 /// end in "/".
 std::vector<std::string> treeOf(const std::string& dir);
