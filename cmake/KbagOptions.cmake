@@ -6,6 +6,17 @@ target_compile_options(kbag_options INTERFACE
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
   $<$<BOOL:${KBAG_WERROR}>:-Werror>)
 
+# A product and a sum are rounded one after the other, as every processor can: where one has an instruction for
+# both, which rounds once, compilers take it unasked, and outputs would depend on the machine.
+include(CheckCXXSourceCompiles)
+check_cxx_source_compiles("
+  #if !defined(__x86_64__) || defined(__FMA__)
+  int main() {}
+  #endif" KBAG_MAY_FUSE)
+if(KBAG_MAY_FUSE)
+  add_compile_options(-ffp-contract=off)
+endif()
+
 if(KBAG_COVERAGE)
   add_link_options(--coverage)
 endif()

@@ -5,8 +5,12 @@
 # which `./dev setup` unpacks it (installing the package would bring several hundred others).
 set(KBAG_PCL_UNPACKED ${PROJECT_SOURCE_DIR}/build/third_party/pcl)
 
-file(GLOB kbag_pcl_candidates
-  ${KBAG_PCL_UNPACKED}/usr/include/pcl-* /usr/include/pcl-* /usr/local/include/pcl-*)
+if(CMAKE_CROSSCOMPILING)
+  file(GLOB kbag_pcl_candidates ${CMAKE_SYSROOT}/usr/include/pcl-*)
+else()
+  file(GLOB kbag_pcl_candidates
+    ${KBAG_PCL_UNPACKED}/usr/include/pcl-* /usr/include/pcl-* /usr/local/include/pcl-*)
+endif()
 find_path(KBAG_PCL_INCLUDE_DIR pcl/io/pcd_io.h
   HINTS ${kbag_pcl_candidates}
   DOC "Folder that holds pcl/io/pcd_io.h")

@@ -22,3 +22,17 @@ function(kbag_test layer)
   gtest_discover_tests(${target} TEST_PREFIX "${layer}." DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES
     PROPERTIES LABELS ${arg_LABEL} TIMEOUT ${arg_TIMEOUT})
 endfunction()
+
+# kbag_test_command(<target>): sets <target>_command to what starts a program of the build from outside of it. Where
+# the build is for another machine, that is a script that has the emulator run the program.
+function(kbag_test_command target)
+  set(${target}_command $<TARGET_FILE:${target}>)
+  if(CMAKE_CROSSCOMPILING)
+    set(${target}_command ${PROJECT_BINARY_DIR}/run/${target})
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    file(GENERATE OUTPUT ${${target}_command}
+      CONTENT "#!/bin/sh\nexec ${emulator} -0 \"$0\" $<TARGET_FILE:${target}> \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+  endif()
+  set(${target}_command ${${target}_command} PARENT_SCOPE)
+endfunction()

@@ -3,7 +3,7 @@
 #
 #   scripts/install_packages.sh GROUP...
 #
-# Groups: build, shell, docs, bench, coverage, fuzz, lint, package, interop.
+# Groups: build, shell, docs, bench, coverage, fuzz, lint, package, cross, interop.
 #
 # Says what it will install, how much that downloads and how much disk it takes before it starts. Where
 # nothing is missing it prints nothing and uses neither apt nor the network.
@@ -39,6 +39,9 @@ declare -A groups=(
   [lint]="clang-format clang-tidy python3 shellcheck"
   # What makes Debian packages, and a bare system to try them on.
   [package]="dpkg-dev file debootstrap"
+  # The compiler for AArch64, and what runs its programs here. The libraries for it are unpacked, not installed:
+  # scripts/make_arm64_root.sh.
+  [cross]="g++-aarch64-linux-gnu qemu-user dpkg"
   # Readers that are not ours. The point-cloud library without its development package, which would
   # bring over 300 more: the tests use the unpacked headers, and need libraries of their version.
   [interop]="python3-numpy libpcl-io1.13"
