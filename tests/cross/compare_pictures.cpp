@@ -2,8 +2,9 @@
 //
 //   compare_pictures < PAIRS
 //
-// PAIRS has a line "FILE|FILE" for each comparison. Each is answered by a line with the largest difference between
-// two values of a pixel (of 255), and the peak signal-to-noise ratio in dB ("inf" where there is none).
+// PAIRS has a line "FILE|FILE" for each comparison. Each is answered by a line with the largest
+// difference between two values of a pixel (of 255), and the peak signal-to-noise ratio in dB
+// ("inf" where there is none).
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

@@ -32,6 +32,14 @@ Vector3d anyVector(double magnitude, Random* random) {
   return vector;
 }
 
+// Draws one number a statement: the order in which a call's arguments are evaluated differs between
+// processors. The last angle comes first, which is how recordings of a seed have always been.
+Isometry3d variedTransform(const Vector3d& translation, std::array<double, 3> angles,
+                           Random* random) {
+  for (std::size_t i = angles.size(); i-- > 0;) angles[i] += random->uniform(-0.03, 0.03);
+  return transformOf(translation + anyVector(0.005, random), angles[0], angles[1], angles[2]);
+}
+
 InertialModel makeInertialModel(double bias, Random* random) {
   InertialModel model;
   model.scale = (Vector3d::Ones() + anyVector(0.02, random)).asDiagonal();
@@ -111,14 +119,10 @@ Calibration makeCalibration(const Options& options, Random* random) {
   calibration.gyroscope = makeInertialModel(0.02, random);
   calibration.elevationOffsetRad = options.elevationErrorRad;
 
-  const auto vary = [random] { return random->uniform(-0.03, 0.03); };
   // The lidar's own axis lies across the motor's axis, so that a turn of the motor sweeps all
   // around.
-  calibration.motorFromLidar =
-      transformOf(Vector3d(0.035, -0.020, 0.085) + anyVector(0.005, random), 0.12 + vary(),
-                  1.50 + vary(), 0.08 + vary());
-  calibration.imuFromMotor = transformOf(Vector3d(0.09, 0.03, 0.16) + anyVector(0.005, random),
-                                         0.50 + vary(), 0.15 + vary(), -0.10 + vary());
+  calibration.motorFromLidar = variedTransform({0.035, -0.020, 0.085}, {0.12, 1.50, 0.08}, random);
+  calibration.imuFromMotor = variedTransform({0.09, 0.03, 0.16}, {0.50, 0.15, -0.10}, random);
   calibration.cameras = makeCameras(options.cameras);
   calibration.imuFromCamera0 = makeCamera(mountings()[0], "h264", 2, 2).imuFromCamera;
   calibration.antennaInImu = Vector3d(-0.05, 0.0, 0.25);

@@ -133,7 +133,10 @@ World World::makeRoom(Random* random) {
     world.addPlane(plane);
   }
   for (const Furniture& item : furniture()) {
-    const Vector3d moved(random->uniform(-0.1, 0.1), random->uniform(-0.1, 0.1), 0.0);
+    // One number a statement, y first: the order of arguments would be the compiler's.
+    Vector3d moved = Vector3d::Zero();
+    moved.y() = random->uniform(-0.1, 0.1);
+    moved.x() = random->uniform(-0.1, 0.1);
     const Box box{item.name, item.center + moved, item.halfSize,
                   turnedUp(random->uniform(-0.5, 0.5))};
     world.addBox(box, item.reflectivity, item.blueness, item.redness);
