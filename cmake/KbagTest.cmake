@@ -3,6 +3,8 @@
 # One test program per layer folder; its tests are named "<layer>.<Suite>.<Test>".
 find_package(GTest REQUIRED)
 include(GoogleTest)
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set_target_properties(Python3::Interpreter PROPERTIES CROSSCOMPILING_EMULATOR "")  # it runs here
 
 function(kbag_test layer)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABEL;TIMEOUT" "LINKS;SOURCES")
@@ -31,7 +33,7 @@ function(kbag_test_command target)
     set(${target}_command ${PROJECT_BINARY_DIR}/run/${target})
     list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
     file(GENERATE OUTPUT ${${target}_command}
-      CONTENT "#!/bin/sh\nexec ${emulator} -0 \"$0\" $<TARGET_FILE:${target}> \"$@\"\n"
+      CONTENT "#!/bin/sh\nexec ${emulator} -0 ${target} $<TARGET_FILE:${target}> \"$@\"\n"
       FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
   endif()
   set(${target}_command ${${target}_command} PARENT_SCOPE)

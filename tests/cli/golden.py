@@ -35,6 +35,8 @@ CHANGING = [
     (re.compile(r",L\d+\]"), ",L*]"),
     (re.compile(r"duration: \d+\.\d{6} Secs"), "duration: * Secs"),
 ]
+# What an emulator adds to standard error where a signal ends the program that it runs.
+EMULATOR_LINE = re.compile(r"^qemu: uncaught target signal .*\n", re.MULTILINE)
 
 
 def _bag(work, bags, name, target=None):
@@ -136,7 +138,8 @@ def run(case, program, bags, work):
 
 
 def _portable(output, work):
-    return output.decode("utf-8", errors="backslashreplace").replace(str(work), "{work}")
+    text = output.decode("utf-8", errors="backslashreplace").replace(str(work), "{work}")
+    return EMULATOR_LINE.sub("", text)
 
 
 def golden_text(text):
