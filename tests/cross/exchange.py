@@ -200,8 +200,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     for name in ("here", "there", "compare_pictures", "work"):
         parser.add_argument(name, type=Path)
-    parser.add_argument("--seconds", type=float, default=1)
-    parser.add_argument("--points", type=int, default=2000)
+    parser.add_argument("--seconds", type=float, default=0.3)
+    parser.add_argument("--points", type=int, default=500)
     parser.add_argument("--codecs", nargs="+", default=CODECS)
     parser.add_argument("--keep", action="store_true", help="leave all files in WORK")
     options = parser.parse_args()
