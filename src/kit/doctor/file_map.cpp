@@ -157,11 +157,12 @@ void FileMap::mapSpaces() {
     }
     at = anchors[i].end;
     if (anchors[i].entry >= 0) entry = anchors[i].entry;
-    if (head_.indexChunk() != nullptr && anchors[i].begin == head_.indexChunk()->offset &&
-        i + 1 == anchors.size()) {
+    if (head_.indexChunk() == nullptr || anchors[i].begin != head_.indexChunk()->offset) continue;
+    if (i + 1 == anchors.size()) {
       mapTail(at);
       return;
     }
+    addDamage(at, at, Part::kPadding);  // an index has named a message behind it
   }
   if (at < source_.size()) {
     mapSpace(spaceOf(at, source_.size(), entry, entryCount));

@@ -10,6 +10,7 @@
 #include "kit/doctor/sample_recording.h"
 #include "morva/bag.h"
 #include "platform/file.h"
+#include "storage/bag_layout.h"
 #include "support/bag_builder.h"
 #include "support/failing_file_calls.h"
 #include "support/recording_builder.h"
@@ -300,6 +301,35 @@ TEST_F(ExaminationTest, SideFileBesideASoundRecordingIsFine) {
   const Account account = doctor::examine(path_, [](double) { return true; });
   EXPECT_EQ(account.sideState, SideState::kMatches);
   EXPECT_EQ(account.verdict, Verdict::kSound);
+}
+
+TEST_F(ExaminationTest, MessageBehindTheIndexThatNamesItIsNotSound) {
+  BuiltMessage first;
+  BuiltMessage second;
+  first.stored = "one";
+  second.stored = "another";
+  BagBuilder builder;
+  std::string bag = builder.topic(0, "/free").message(first).buildUnclosed();
+  const std::size_t indexOffset = bag.size();
+  BuiltIndex both;
+  both.countSum = 2;
+  both.rawSizeSum = first.stored.size() + second.stored.size();
+  both.offsets = {builder.chunkOffset(0), indexOffset + 200};
+  both.messages = {first, second};
+  const auto indexChunk = [&both] {
+    const std::string data = indexBytes({both});
+    return chunkBytes(255, timedChunkHeader(data.size()), data);
+  };
+  both.offsets[1] = indexOffset + indexChunk().size();
+  patch<std::uint64_t>(&bag, layout::kDataStartOffset, builder.dataStart());
+  patch<std::uint64_t>(&bag, layout::kIndexChunkOffsetOffset, indexOffset);
+  fixHeaderCrc(&bag);
+
+  const Account account = examine(bag + indexChunk() + messageChunk(second));
+  EXPECT_EQ(account.indexState, IndexState::kSound);
+  EXPECT_EQ(count(account, Proof::kConfirmed), 2U);
+  EXPECT_EQ(account.verdict, Verdict::kDamaged);
+  EXPECT_THAT(partsOf(account), ElementsAre(Part::kPadding));
 }
 
 TEST_F(ExaminationTest, SideFileOfAnotherRecordingIsNoneOfItsOwn) {
