@@ -1,5 +1,6 @@
 # The shared library, and what `cmake --install` puts where. Components: tools, library, pictures,
-# development, and documentation where its site was made. The installed tree can be moved: nothing in it names its prefix.
+# development, and documentation where its site was made. The installed tree can be moved: nothing in it
+# names its prefix.
 include(CMakePackageConfigHelpers)
 
 # ---------------------------------------------------------------------------- the shared library

@@ -78,7 +78,10 @@ void listSamples(Recording* recording, const Selection& selection, const inspect
   if (!listing.isOfOneKind()) return;
   inspect::SampleListing again(recording, selection, detail);
   inspect::CsvRows table;
-  const auto take = [](std::string_view text) { return text.empty() || text.back() == '\n'; };
+  const auto take = [](std::string_view text) {
+    expect(text.empty() || text.back() == '\n', "a table ends within a line");
+    return true;
+  };
   expect(again.print(&table, take) == lost, "a table has other messages than the lines");
 }
 

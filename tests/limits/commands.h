@@ -9,7 +9,7 @@
 
 namespace morva::test {
 
-/// A command, on a recording "x.kbag" in a folder, with the output in "out".
+/// A command, on the project "p" in a folder, with the output in "out".
 struct Command {
   const char* name;
   std::function<void(const std::string& folder)> run;
