@@ -33,7 +33,8 @@ main() {
   wanted=$(recipe)
   [[ ! -f $folder/made_from || $(<"$folder/made_from") != "$wanted" ]] || return 0
   say "making the AArch64 libraries in ${root#"$top"/}; details go to ${log#"$top"/}"
-  rm -rf --one-file-system "$root" "$folder/made_from"
+  # Packages of before, too: of one in two versions the older could be unpacked last.
+  rm -rf --one-file-system "$root" "$folder"/{debs,alone,made_from}
   mkdir -p "$folder"/{debs,alone}/partial "$folder/lists/partial" "$root"
   : >"$log"
   write_apt_config

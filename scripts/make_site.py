@@ -95,13 +95,15 @@ class Sources:
     def add_source(self, file):
         """A page that shows a source file, and lets one have it."""
         path = file.relative_to(ROOT)
-        shutil.copyfile(file, self.folder / path.name)
+        copy = self.folder / "files" / path
+        copy.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(file, copy)
         language = LANGUAGES.get(file.suffix, "none")
         name = f"sources/{path.as_posix().replace('.', '_')}"
         self.write(
             name,
-            f"---\norphan: true\n---\n\n# `{path}`\n\n{{download}}`The file itself </{path.name}>`\n\n"
-            f"```{{literalinclude}} /{path.name}\n:language: {language}\n```\n",
+            f"---\norphan: true\n---\n\n# `{path}`\n\n{{download}}`The file itself </files/{path}>`\n\n"
+            f"```{{literalinclude}} /files/{path}\n:language: {language}\n```\n",
         )
         return name
 
