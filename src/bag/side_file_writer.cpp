@@ -9,6 +9,7 @@
 #include "platform/crc32.h"
 #include "platform/date_time.h"
 #include "platform/file.h"
+#include "platform/new_file.h"
 
 namespace morva {
 namespace {
@@ -48,8 +49,9 @@ std::string paddingAfter(std::size_t end) {
 
 int writeSideFile(const std::string& path, const Log& log, const BagFile::Header& bagHeader,
                   const std::string& index) {
-  osmik::File file;  // unbuffered: a write that fails is the one that is named
-  if (!file.open(path, osmik::OpenMode::kWrite)) {
+  osmik::File file;
+  // Unbuffered: a write that fails is the one that is named.
+  if (!osmik::openNewFile(path, 0, &file)) {
     log.error("create index file(%s) error!", path);
     return kSideFileCreate;
   }

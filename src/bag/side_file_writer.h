@@ -17,8 +17,9 @@ enum SideFileCode : int {
   kSideFileHeader = 8,  ///< the file's header or the chunk's header size
 };
 
-/// Creates or replaces the side file of a bag: a header that matches the bag's, then one index
-/// chunk with its padding. A failed write leaves what was written behind.
+/// Creates the side file of a bag, in the place of what has its name, no link being followed: a
+/// header that matches the bag's, then one index chunk with its padding. A failed write leaves what
+/// was written behind.
 /// @param log        Names the operation that an error line is about.
 /// @param bagHeader  The header of the open bag, with the data start that its reader has measured.
 /// @param index      The serialized index, less than 2 GiB; stored uncompressed.

@@ -1,27 +1,16 @@
 #include "export/data_exporter.h"
 
-#include <algorithm>
 #include <array>
-#include <cstddef>
-#include <string_view>
 #include <utility>
 
 #include "export/bytes_done.h"
 #include "export/plain_files.h"
+#include "export/topic_output.h"
 
 namespace morva {
 namespace {
 
-using Handler = bool (DataExporter::*)(osmik::File*, const MorvaBag::View&);
-
-/// Many short rows reach the disk in large writes.
-constexpr std::size_t kWriteBufferBytes = 0x1000000;
-
-struct DataOutput {
-  std::string_view topic;
-  std::string_view file;  // relative to the output directory
-  Handler handler;
-};
+using DataOutput = TopicOutput<DataExporter>;
 
 // Both naming schemes of the cameras land in the same directories.
 using DE = DataExporter;
@@ -44,36 +33,26 @@ constexpr std::array kDataOutputs = {
     DataOutput{"/raw_ppk_log", "raw_ppk_log.data", &DE::unpackRawDataLog},
 };
 
-/// The row of a topic; null where there is none.
-const DataOutput* findOutput(const std::string& topic) {
-  const auto* const output = std::ranges::find(kDataOutputs, topic, &DataOutput::topic);
-  return output == kDataOutputs.end() ? nullptr : output;
-}
-
 }  // namespace
 
 DataExporter::DataExporter(MorvaBag* bag, const std::string& dir, Progress progress, Crew* crew)
     : bag_(bag), dir_(dir), progress_(std::move(progress)), crew_(progress_ ? nullptr : crew) {}
 
 std::string DataExporter::dataFile(const std::string& topic) {
-  const DataOutput* const output = findOutput(topic);
-  return output == nullptr ? std::string() : std::string(output->file);
+  return fileOfOutput(kDataOutputs, topic);
 }
 
 MessageDone DataExporter::reportProgress() const { return sumOfBytes(progress_); }
 
 bool DataExporter::exportData(const std::string& topic, const MorvaBag::View& view) {
-  const DataOutput* const output = findOutput(topic);
+  const DataOutput* const output = findOutput(kDataOutputs, topic);
   if (output == nullptr) {
     log_.error("no default file for topic: [%s]!", topic);
     return false;
   }
   const std::string path = dir_ + "/" + std::string(output->file);
   osmik::File file;
-  if (!openNewFile(path, kWriteBufferBytes, &file)) {
-    log_.error("create file(%s) error!", path);
-    return false;
-  }
+  if (!openTopicFile(log_, "create file(%s) error!", path, &file)) return false;
   if (output->handler == nullptr) {
     log_.error("no export function for topic[%s]!", topic);
     return false;

@@ -8,8 +8,8 @@
 #include "export/data_exporter.h"
 #include "export/frame_table.h"
 #include "export/param_reader.h"
-#include "export/plain_files.h"
 #include "messages/msg_converter.h"
+#include "platform/new_file.h"
 
 namespace morva {
 namespace {
@@ -103,7 +103,7 @@ bool DataExporter::exportCorrectedImuData(const SensorParameters& params,
                                           const MorvaBag::View& imuView) {
   const std::string path = dir_ + "/imu.csv";
   osmik::File file;
-  if (!openNewFile(path, kCorrectedImuBufferBytes, &file)) {
+  if (!osmik::openNewFile(path, kCorrectedImuBufferBytes, &file)) {
     log_.error("create file(%s) error!", path);
     return false;
   }

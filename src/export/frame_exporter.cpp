@@ -2,27 +2,18 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <string_view>
 #include <utility>
 
 #include "export/bytes_done.h"
 #include "export/plain_files.h"
+#include "export/topic_output.h"
 #include "platform/file_path.h"
 
 namespace morva {
 namespace {
 
-using Handler = bool (FrameExporter::*)(osmik::File*, const MorvaBag::View&);
-
-/// Many short rows reach the disk in large writes.
-constexpr std::size_t kWriteBufferBytes = 0x1000000;
-
-struct FrameOutput {
-  std::string_view topic;
-  std::string_view file;  // relative to the output directory
-  Handler handler;
-};
+using FrameOutput = TopicOutput<FrameExporter>;
 
 using FE = FrameExporter;
 constexpr std::array kFrameOutputs = {
@@ -80,19 +71,6 @@ constexpr std::array kImageOutputs = {
     ImageOutput{"/camera_right_seco/h264", "h264/camera_right_seco.h264"},
 };
 
-/// The row of a topic; null where there is none.
-template <typename Table>
-const typename Table::value_type* find(const Table& table, const std::string& topic) {
-  const auto row = std::ranges::find(table, topic, &Table::value_type::topic);
-  return row == table.end() ? nullptr : &*row;
-}
-
-template <typename Table>
-std::string fileOf(const Table& table, const std::string& topic) {
-  const auto* const row = find(table, topic);
-  return row == nullptr ? std::string() : std::string(row->file);
-}
-
 }  // namespace
 
 FrameExporter::FrameExporter(MorvaBag* bag, const std::string& dir, Progress progress)
@@ -101,11 +79,11 @@ FrameExporter::FrameExporter(MorvaBag* bag, const std::string& dir, Progress pro
 MessageDone FrameExporter::reportProgress() const { return sumOfBytes(progress_); }
 
 std::string FrameExporter::frameFile(const std::string& topic) {
-  return fileOf(kFrameOutputs, topic);
+  return fileOfOutput(kFrameOutputs, topic);
 }
 
 std::string FrameExporter::imageFile(const std::string& topic) {
-  return fileOf(kImageOutputs, topic);
+  return fileOfOutput(kImageOutputs, topic);
 }
 
 std::vector<std::string> FrameExporter::imageDirectories() {
@@ -120,15 +98,12 @@ std::vector<std::string> FrameExporter::imageDirectories() {
 }
 
 bool FrameExporter::exportFrame(const std::string& topic, const MorvaBag::View& view) {
-  const FrameOutput* const output = find(kFrameOutputs, topic);
+  const FrameOutput* const output = findOutput(kFrameOutputs, topic);
   if (output == nullptr) return false;
 
   const std::string path = dir_ + "/" + std::string(output->file);
   osmik::File file;
-  if (!openNewFile(path, kWriteBufferBytes, &file)) {
-    log_.error("create file(%s) error!", path);
-    return false;
-  }
+  if (!openTopicFile(log_, "create file(%s) error!", path, &file)) return false;
   if (output->handler == nullptr) {
     log_.error("no export function for topic[%s]!", topic);
     return false;
@@ -138,15 +113,12 @@ bool FrameExporter::exportFrame(const std::string& topic, const MorvaBag::View& 
 
 bool FrameExporter::exportImage(const std::string& topic, const MorvaBag::View& view,
                                 const std::string& type) {
-  const ImageOutput* const output = find(kImageOutputs, topic);
+  const ImageOutput* const output = findOutput(kImageOutputs, topic);
   if (output == nullptr) return false;
 
   const std::string path = dir_ + "/" + std::string(output->file);
   osmik::File file;
-  if (!openNewFile(path, kWriteBufferBytes, &file)) {
-    log_.error("create file(%s) error!", path);
-    return false;
-  }
+  if (!openTopicFile(log_, "create file(%s) error!", path, &file)) return false;
   if (type == "jpeg") return makeJpegFiles(&file, view);
   if (type == "h264") return makeH264Files(&file, view);
   log_.error("invalid image type: %s!", type);

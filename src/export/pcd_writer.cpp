@@ -9,8 +9,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "export/plain_files.h"
 #include "platform/file.h"
+#include "platform/new_file.h"
 
 namespace morva {
 namespace {
@@ -91,7 +91,7 @@ bool savePcd(const Log& log, const std::string& path, const PointCloud& cloud) {
   std::string reason;
   try {
     osmik::File file;
-    if (!openNewFile(path, 0, &file)) {
+    if (!osmik::openNewFile(path, 0, &file)) {
       log.warning("create file(%s) error!", path);
       return false;
     }

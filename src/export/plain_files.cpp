@@ -2,10 +2,12 @@
 
 #include "messages/msg_converter.h"
 #include "platform/file_path.h"
-#include "platform/ignore_result.h"
+#include "platform/new_file.h"
 
 namespace morva {
 namespace {
+
+constexpr std::size_t kTopicBufferBytes = 0x1000000;
 
 bool isAll(std::int64_t written, const std::string& data) {
   return written == static_cast<std::int64_t>(data.size());
@@ -13,15 +15,16 @@ bool isAll(std::int64_t written, const std::string& data) {
 
 }  // namespace
 
-bool openNewFile(const std::string& path, std::size_t bufferBytes, osmik::File* file) {
-  ignoreResult(osmik::File::remove(path));  // where that fails, so does the exclusive creation
-  file->setWMBuffer(bufferBytes);
-  return file->open(path, osmik::OpenMode::kWriteNew);
+bool openTopicFile(const Log& log, const LogText& errorText, const std::string& path,
+                   osmik::File* file) {
+  if (osmik::openNewFile(path, kTopicBufferBytes, file)) return true;
+  log.error(errorText, path);
+  return false;
 }
 
 std::optional<std::int64_t> writeNewFile(const std::string& path, const std::string& data) {
   osmik::File file;
-  if (!openNewFile(path, 0, &file)) return std::nullopt;
+  if (!osmik::openNewFile(path, 0, &file)) return std::nullopt;
   const std::int64_t written = file.writeData(data.data(), static_cast<std::int64_t>(data.size()));
   const bool isClosed = file.close();
   // Half a file would pass for a whole one.

@@ -1,7 +1,6 @@
 #ifndef MORVA_EXPORT_PLAIN_FILES_H_
 #define MORVA_EXPORT_PLAIN_FILES_H_
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,8 +13,11 @@
 /// Outputs that are written as they were recorded, which every exporter has.
 namespace morva {
 
-/// Creates a file for writing through a buffer; it replaces what has its name and follows no link.
-[[nodiscard]] bool openNewFile(const std::string& path, std::size_t bufferBytes, osmik::File* file);
+/// Creates the file of a topic, as osmik::openNewFile() does, with a buffer from which its many
+/// short rows reach the disk in large writes.
+/// @param errorText  Error line where that fails; "%s" is the path.
+[[nodiscard]] bool openTopicFile(const Log& log, const LogText& errorText, const std::string& path,
+                                 osmik::File* file);
 
 /// Writes `data` into a new file, which replaces what has its name and follows no link.
 /// @return Bytes written, -1 where bytes were lost; nothing where the file cannot be created.

@@ -4,13 +4,13 @@
 #include <filesystem>
 #include <system_error>
 
-#include "export/plain_files.h"
 #include "platform/ignore_result.h"
+#include "platform/new_file.h"
 
 namespace morva {
 
 TemporaryFile::TemporaryFile(const std::string& path)
-    : path_(path), isOpen_(openNewFile(path, 0, &file_)) {}
+    : path_(path), isOpen_(osmik::openNewFile(path, 0, &file_)) {}
 
 TemporaryFile::~TemporaryFile() {
   ignoreResult(file_.close());  // what it holds is of no use any more

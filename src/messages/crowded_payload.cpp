@@ -107,4 +107,8 @@ bool isCrowded(std::string_view payload, std::size_t storedBytes) {
   return false;
 }
 
+bool isCrowded(MessageKind kind, std::string_view payload, std::size_t storedBytes) {
+  return kind != MessageKind::kUnknown && isCrowded(payload, storedBytes);
+}
+
 }  // namespace morva

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "messages/message_kind.h"
+
 namespace morva {
 
 /// Whether a payload holds more samples than its stored bytes are believed to.
@@ -16,8 +18,10 @@ namespace morva {
 /// consist of, points above all, 1,000,000 or four for each stored byte.
 /// @param payload      A serialized array message, or anything else.
 /// @param storedBytes  What it takes in the file.
+/// @param kind         Where given: what has no kind is not decoded, and so never crowded.
 /// Threads: any. Cost: none where the payload is too small for it; else a pass over the lengths.
 [[nodiscard]] bool isCrowded(std::string_view payload, std::size_t storedBytes);
+[[nodiscard]] bool isCrowded(MessageKind kind, std::string_view payload, std::size_t storedBytes);
 
 }  // namespace morva
 

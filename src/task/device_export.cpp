@@ -7,10 +7,10 @@
 
 #include "export/frame_loop.h"
 #include "export/param_reader.h"
-#include "export/plain_files.h"
 #include "messages/msg_converter.h"
 #include "platform/file.h"
 #include "platform/ignore_result.h"
+#include "platform/new_file.h"
 #include "platform/yaml_config.h"
 #include "task/task_line.h"
 
@@ -118,7 +118,7 @@ void DeviceExport::takeCalibrationFile(const FileFrame& file) {
 void DeviceExport::writeCameraFile(const std::string& content) {
   const std::string path = job_->outputPath + "/calib/config/" + std::string(kCameraFile);
   osmik::File file;
-  if (!openNewFile(path, 0, &file)) {
+  if (!osmik::openNewFile(path, 0, &file)) {
     run_->logout(taskLine("<E>%s BagTool::%s,create camera.yaml error!\n", kMethod));
     return;
   }

@@ -141,6 +141,23 @@ TEST_F(Reindex, ExistingSideFileIsReplacedWithAWarning) {
   EXPECT_THAT(readBack(), ElementsAre("one", "three", std::string(500, 'x')));
 }
 
+TEST_F(Reindex, LinkOfItsNameIsReplacedAndNotFollowed) {
+  writeUnclosed();
+  const std::string victim = side_ + ".victim";
+  for (const bool isSymbolic : {true, false}) {
+    writeFile(victim, "untouched");
+    std::filesystem::remove(side_);
+    if (isSymbolic) {
+      std::filesystem::create_symlink(victim, side_);
+    } else {
+      std::filesystem::create_hard_link(victim, side_);
+    }
+    EXPECT_EQ(MorvaBag::reindex(path_), 0);
+    EXPECT_EQ(readFile(victim), "untouched");
+    EXPECT_THAT(readBack(), ElementsAre("one", "three", std::string(500, 'x')));
+  }
+}
+
 TEST_F(Reindex, SideFileOfAnotherBagIsReplaced) {
   writeUnclosed();
   writeFile(side_, BagBuilder().topic(0, "/other").message({.stored = "other"}).buildSideFile());

@@ -233,6 +233,16 @@ class DataExporterCorrectedLidar : public DataExporterLidar {
     return DataExporter(&bag(), out_, progress).exportCorrectedLidarData(params, lidar, motor);
   }
 
+  /// The same of another recording.
+  bool exportCorrectedOf(const std::string& path) {
+    MorvaBag other;
+    if (other.open(path, MorvaBag::BagMode::kRead) != 0) return false;
+    log_.clear();
+    return DataExporter(&other, out_, {})
+        .exportCorrectedLidarData({}, other.getView("/lidar", 0, -1),
+                                  other.getView("/lidar_to_platform", 0, -1));
+  }
+
   /// Largest distance of a point of all clouds from where it truly is, m.
   double worstError() const {
     double worst = 0.0;
@@ -309,14 +319,7 @@ TEST_F(DataExporterCorrectedLidar, TopicsMayBeRecordedOneAfterTheOther) {
         }
       }
     }
-    MorvaBag one;
-    ASSERT_EQ(one.open(recording.write(dir_ / (motorFirst ? "a.kbag" : "b.kbag")),
-                       MorvaBag::BagMode::kRead),
-              0);
-    log_.clear();
-    EXPECT_TRUE(DataExporter(&one, out_, {})
-                    .exportCorrectedLidarData({}, one.getView("/lidar", 0, -1),
-                                              one.getView("/lidar_to_platform", 0, -1)));
+    EXPECT_TRUE(exportCorrectedOf(recording.write(dir_ / (motorFirst ? "a.kbag" : "b.kbag"))));
     EXPECT_THAT(log_.lines(), IsEmpty());
     EXPECT_THAT(outputs(), SizeIs(100));
     EXPECT_LT(worstError(), kToleranceM);
@@ -394,14 +397,7 @@ TEST_F(DataExporterCorrectedLidar, MotorRecordsOfAnotherTimeCostAWarningPerPoint
     test::RecordingBuilder recording;
     recording.add("/lidar_to_platform", motorMessage(foreign, 100));
     recording.add("/lidar", lidarMessage(0));
-    MorvaBag one;
-    ASSERT_EQ(one.open(recording.write(dir_ / (foreign < 0 ? "a.kbag" : "b.kbag")),
-                       MorvaBag::BagMode::kRead),
-              0);
-    log_.clear();
-    EXPECT_TRUE(DataExporter(&one, out_, {})
-                    .exportCorrectedLidarData({}, one.getView("/lidar", 0, -1),
-                                              one.getView("/lidar_to_platform", 0, -1)));
+    EXPECT_TRUE(exportCorrectedOf(recording.write(dir_ / (foreign < 0 ? "a.kbag" : "b.kbag"))));
     EXPECT_THAT(log_.lines(), SizeIs(11));
     EXPECT_THAT(
         log_.lines(),

@@ -266,11 +266,17 @@ TEST(SimulateFiles, ProjectFilesAreTextBinaryAndEmpty) {
   EXPECT_EQ(files.at("cache/empty.txt"), "");
 }
 
-TEST(SimulateFailure, ExistingBagIsLeftAloneAndNoTruthIsLeft) {
-  const TempDir directory;
+// A small recording and its truth.
+Options optionsIn(const TempDir& directory) {
   Options options = smallOptions();
   options.bagPath = directory / "a.kbag";
   options.truthPath = directory / "a.json";
+  return options;
+}
+
+TEST(SimulateFailure, ExistingBagIsLeftAloneAndNoTruthIsLeft) {
+  const TempDir directory;
+  const Options options = optionsIn(directory);
   writeFile(options.bagPath, "mine");
   const LogCapture log;
   std::vector<TopicSummary> topics;
@@ -283,9 +289,7 @@ TEST(SimulateFailure, ExistingBagIsLeftAloneAndNoTruthIsLeft) {
 
 TEST(SimulateFailure, ExistingTruthIsLeftAloneAndNoBagIsLeft) {
   const TempDir directory;
-  Options options = smallOptions();
-  options.bagPath = directory / "a.kbag";
-  options.truthPath = directory / "a.json";
+  const Options options = optionsIn(directory);
   writeFile(options.truthPath, "mine");
   const LogCapture log;
   std::vector<TopicSummary> topics;
@@ -308,9 +312,7 @@ TEST(SimulateFailure, MissingDirectoryIsReported) {
 
 TEST(SimulateFailure, StoppedRecordingIsRemoved) {
   const TempDir directory;
-  Options options = smallOptions();
-  options.bagPath = directory / "a.kbag";
-  options.truthPath = directory / "a.json";
+  const Options options = optionsIn(directory);
   std::vector<double> parts;
   std::vector<TopicSummary> topics;
   EXPECT_FALSE(simulate(

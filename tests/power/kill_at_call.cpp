@@ -55,6 +55,9 @@ struct Report {
   }
 } report;
 
+/// What follows the flags of open().
+mode_t modeOf(int flags, va_list rest) { return (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0; }
+
 }  // namespace
 
 // NOLINTBEGIN: the names and shapes of the C library
@@ -112,23 +115,17 @@ int mkdir(const char* path, mode_t mode) {
 int open64(const char* path, int flags, ...) {
   using Call = int(const char*, int, mode_t);
   static Call* const real = next<Call>("open64");
-  mode_t mode = 0;
-  if ((flags & O_CREAT) != 0) {
-    va_list rest;
-    va_start(rest, flags);
-    mode = va_arg(rest, mode_t);
-    va_end(rest);
-  }
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t mode = modeOf(flags, rest);
+  va_end(rest);
   return (flags & O_CREAT) != 0 ? counted(real, path, flags, mode) : real(path, flags, mode);
 }
 int open(const char* path, int flags, ...) {
-  mode_t mode = 0;
-  if ((flags & O_CREAT) != 0) {
-    va_list rest;
-    va_start(rest, flags);
-    mode = va_arg(rest, mode_t);
-    va_end(rest);
-  }
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t mode = modeOf(flags, rest);
+  va_end(rest);
   return open64(path, flags, mode);
 }
 

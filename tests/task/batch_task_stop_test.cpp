@@ -84,6 +84,21 @@ class BatchTaskStop : public testing::Test {
     EXPECT_EQ(runWhole(&tool), whole);
   }
 
+  /// Runs a task that is stopped in its scan, at what opening the first bag logs.
+  void stopInTheScan(Probed<Tool>* tool) {
+    fs::create_directories(dir_ / "p0");
+    writeFile(dir_ / "p0/" + kBagName, "no bag");
+    ASSERT_TRUE(tool->Init(scanArgs()));
+    {
+      StopAtLine<Tool> stop(tool, "<E>");
+      tool->StartTask();
+      waitUntilFinished(*tool);
+      ASSERT_TRUE(stop.waitUntilStopped());
+    }
+    EXPECT_EQ(tool->GetErrorCode(), BagTool::kStopped);
+    EXPECT_FALSE(fs::exists(dir_ / "out"));
+  }
+
   void expectNoTemporaryFiles() {
     for (const std::string& name : stopped_) {
       EXPECT_THAT(name, testing::MatchesRegex(R"(.*(\.(csv|pcd|jpg|yaml|json|gitkeep)|/))"));
@@ -110,6 +125,13 @@ class BatchTaskStop : public testing::Test {
         {{dir_ / "p1", dir_ / "out/p1"}, {dir_ / "p2", dir_ / "out/p2"}}, dir_ / "log", true, true};
   }
 
+  /// The same behind a project without a bag.
+  BagTool::PreprocessArgs scanArgs() {
+    BagTool::PreprocessArgs behind = args();
+    behind.projects.insert(behind.projects.begin(), {dir_ / "p0", dir_ / "out/p0"});
+    return behind;
+  }
+
   TempDir dir_;
   std::vector<std::string> stopped_;
 };
@@ -118,23 +140,11 @@ using BagToolStop = BatchTaskStop<BagTool>;
 using DevBagToolStop = BatchTaskStop<DevBagTool>;
 
 TEST_F(DevBagToolStop, InTheScanNoFurtherProjectIsOpened) {
-  fs::create_directories(dir_ / "p0");
-  writeFile(dir_ / "p0/" + kBagName, "no bag");
   Probed<DevBagTool> tool;
-  BagTool::PreprocessArgs scanArgs = args();
-  scanArgs.projects.insert(scanArgs.projects.begin(), {dir_ / "p0", dir_ / "out/p0"});
-  ASSERT_TRUE(tool.Init(scanArgs));
-  {
-    StopAtLine<DevBagTool> stop(&tool, "<E>");  // what opening the first bag logs
-    tool.StartTask();
-    waitUntilFinished(tool);
-    ASSERT_TRUE(stop.waitUntilStopped());
-  }
-  EXPECT_EQ(tool.GetErrorCode(), BagTool::kStopped);
+  stopInTheScan(&tool);
   EXPECT_EQ(tool.GetProgress(), 0);
-  EXPECT_FALSE(fs::exists(dir_ / "out"));
 
-  ASSERT_TRUE(tool.Init(scanArgs));
+  ASSERT_TRUE(tool.Init(scanArgs()));
   tool.StartTask();
   waitUntilFinished(tool);
   EXPECT_EQ(tool.GetErrorCode(), BagTool::kSuccess);
@@ -208,20 +218,8 @@ TEST_F(DevBagToolStop, InTheCalibrationNothingIsWrittenAnyMore) {
 }
 
 TEST_F(BagToolStop, InTheScanNoFurtherProjectIsOpened) {
-  fs::create_directories(dir_ / "p0");
-  writeFile(dir_ / "p0/" + kBagName, "no bag");
   Probed<BagTool> tool;
-  BagTool::PreprocessArgs scanArgs = args();
-  scanArgs.projects.insert(scanArgs.projects.begin(), {dir_ / "p0", dir_ / "out/p0"});
-  ASSERT_TRUE(tool.Init(scanArgs));
-  {
-    StopAtLine<BagTool> stop(&tool, "<E>");  // what opening the first bag logs
-    tool.StartTask();
-    waitUntilFinished(tool);
-    ASSERT_TRUE(stop.waitUntilStopped());
-  }
-  EXPECT_EQ(tool.GetErrorCode(), BagTool::kStopped);
-  EXPECT_FALSE(fs::exists(dir_ / "out"));
+  stopInTheScan(&tool);
   EXPECT_FALSE(runWhole(&tool).empty());
 }
 

@@ -26,7 +26,7 @@ bool isKnownTopic(std::string_view topic) { return messageKindOf(topic) != Messa
 
 bool isDecodable(std::string_view topic, const std::string& payload, std::size_t storedBytes) {
   const MessageKind kind = messageKindOf(topic);
-  if (kind != MessageKind::kUnknown && isCrowded(payload, storedBytes)) return false;
+  if (isCrowded(kind, payload, storedBytes)) return false;
   switch (kind) {
     case MessageKind::kUnknown:
       return true;

@@ -37,8 +37,8 @@ std::uint64_t SampleListing::print(RowWriter* writer, const Print& print) {
       return !messages_.window().contains(*row.timeUs) || print(writer->row(*message, table, row));
     };
     const bool isRead = recording_->read(*message->entry, message->chunkOffset, &payload);
-    const bool isTooMuch = isRead && messageKindOf(message->topic->name) != MessageKind::kUnknown &&
-                           isCrowded(payload, message->entry->storedSize);
+    const bool isTooMuch = isRead && isCrowded(messageKindOf(message->topic->name), payload,
+                                               message->entry->storedSize);
     const auto result =
         isRead && !isTooMuch ? table.decode(payload, printRow) : SampleTable::Result::kUndecodable;
     if (result == SampleTable::Result::kStopped) return lost;
