@@ -17,7 +17,7 @@ namespace {
 
 namespace pb = protix::kbag_msgs;
 
-constexpr std::size_t kMaxRestoredBytes = 256 * 1024;
+constexpr std::size_t kMaxRestoredBytes = 256UL * 1024;
 
 std::unique_ptr<basalt::Compressor> codecOf(std::uint8_t compression) {
   if (compression == 2) return std::make_unique<basalt::Lz4Compress>();

@@ -66,7 +66,7 @@ bool readTransform(const Log& log, const std::string& yaml, const char* name, Pa
 template <typename M>
 bool VectToEigenMatrix(const std::vector<float>& values, M& out, bool checkRigid) {
   static const Log log("", "VectToEigenMatrix");
-  if (values.size() != static_cast<std::size_t>(M::RowsAtCompileTime * M::ColsAtCompileTime)) {
+  if (values.size() != static_cast<std::size_t>(M::SizeAtCompileTime)) {
     log.warning("Read matrix failed because dim mismatch.");
     return false;
   }

@@ -20,10 +20,10 @@ constexpr std::size_t kLanes = 8;
 
 std::array<float, 12> elementsOf(const AffineMotion& motion) {
   std::array<float, 12> elements{};
+  float* element = elements.data();
   for (int row = 0; row < 3; ++row) {
     for (int column = 0; column < 4; ++column) {
-      elements[static_cast<std::size_t>(4 * row + column)] =
-          static_cast<float>(motion(row, column));
+      *element++ = static_cast<float>(motion(row, column));
     }
   }
   return elements;

@@ -15,11 +15,11 @@ namespace {
 constexpr std::size_t kLz4MaxRatio = 255;
 // One Zstandard block header and its smallest body take 4 bytes and restore at most 128 KiB.
 constexpr std::size_t kZstdBlockStoredBytes = 4;
-constexpr std::size_t kZstdBlockRawBytes = 128 * 1024;
+constexpr std::size_t kZstdBlockRawBytes = 128UL * 1024;
 constexpr int kZstdLevel = 1;
 // Beyond the usual, output is taken in steps, so that a lying size costs no more than the data
 // really restores.
-constexpr std::size_t kFirstStepBytes = 1024 * 1024;
+constexpr std::size_t kFirstStepBytes = 1024UL * 1024;
 constexpr std::size_t kUsualRatio = 8;
 
 struct ZstdContextDeleter {
@@ -59,7 +59,7 @@ bool decompressInSteps(ZSTD_DCtx* context, ZSTD_inBuffer* input, std::size_t raw
 /// Whether so few bytes are not believed to hold so many: a few kilobytes could otherwise fill the
 /// memory. The writer leaves such data as they are.
 bool isBomb(std::size_t storedSize, std::size_t rawSize) {
-  constexpr std::size_t kUnsuspectedBytes = 64 * 1024 * 1024;
+  constexpr std::size_t kUnsuspectedBytes = 64UL * 1024 * 1024;
   constexpr std::size_t kMaxRatio = 256;
   return rawSize > kUnsuspectedBytes && rawSize / kMaxRatio > storedSize;
 }

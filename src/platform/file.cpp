@@ -14,13 +14,13 @@
 namespace osmik {
 namespace {
 
-constexpr std::size_t kFirstStepBytes = 16 * 1024;      // read ahead at the start of a file
-constexpr std::size_t kJumpStepBytes = 4 * 1024;        // and next after a jump
-constexpr std::size_t kStepGrowth = 4;                  // while reading goes on
-constexpr std::size_t kDirectBytes = 16 * 1024;         // cheaper to read than to copy
-constexpr std::int64_t kNearBytes = 4 * 1024;           // a shorter way forward is not a jump
-constexpr std::size_t kDirectWriteBytes = 64 * 1024;    // cheaper to write than to copy
-constexpr std::size_t kMaxReservedBytes = 1024 * 1024;  // at open; more once they are needed
+constexpr std::size_t kFirstStepBytes = 16UL * 1024;      // read ahead at the start of a file
+constexpr std::size_t kJumpStepBytes = 4UL * 1024;        // and next after a jump
+constexpr std::size_t kStepGrowth = 4;                    // while reading goes on
+constexpr std::size_t kDirectBytes = 16UL * 1024;         // cheaper to read than to copy
+constexpr std::int64_t kNearBytes = 4L * 1024;            // a shorter way forward is not a jump
+constexpr std::size_t kDirectWriteBytes = 64UL * 1024;    // cheaper to write than to copy
+constexpr std::size_t kMaxReservedBytes = 1024UL * 1024;  // at open; more once they are needed
 
 int openFlags(OpenMode mode) {
   // Non-blocking: opening a pipe must not wait for its other end. Regular files do not notice.

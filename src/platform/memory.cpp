@@ -22,7 +22,7 @@ void keepFreedMemory() {
 
 void useLargePages(void* memory, std::size_t bytes) {
 #ifdef MADV_HUGEPAGE
-  constexpr std::uintptr_t kLargePage = 2 * 1024 * 1024;
+  constexpr std::uintptr_t kLargePage = 2UL * 1024 * 1024;
   const auto begin = reinterpret_cast<std::uintptr_t>(memory);
   const std::uintptr_t first = (begin + kLargePage - 1) / kLargePage * kLargePage;
   const std::uintptr_t last = (begin + bytes) / kLargePage * kLargePage;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace YAML {
+namespace YAML {  // NOLINT(readability-identifier-naming): the library's own
 class Node;
 }  // namespace YAML
 

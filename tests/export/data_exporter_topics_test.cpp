@@ -157,7 +157,7 @@ TEST_F(DataExporterTopics, OneExporterServesAThreadForEachTopic) {
 
 TEST_F(DataExporterTopics, WritesAreAsLargeAsTheirBuffers) {
   constexpr std::size_t kMib = 1 << 20;
-  constexpr std::size_t kPieceBytes = 32 * 1024;  // large pieces pass the buffer by
+  constexpr std::size_t kPieceBytes = 32UL * 1024;  // large pieces pass the buffer by
   using Call = FailingFileCalls::Call;
   // 17 MiB through a buffer of 16 are two writes, and a table of 5 MiB through one of 4.
   pb::LogMsgArray log;

@@ -24,7 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 
 /// The write buffer of an export, and as much again for all else.
-constexpr std::size_t kLargestAllocation = 2 * 16 * 1024 * 1024;
+constexpr std::size_t kLargestAllocation = 2UL * 16 * 1024 * 1024;
 
 /// A folder with a bag in it, on which everything that reads a bag is tried.
 class Bench {

@@ -28,7 +28,7 @@ namespace {
 namespace fs = std::filesystem;
 
 /// A buffer of an output, and as much again for all else.
-constexpr std::size_t kLargestAllocation = 2 * 16 * 1024 * 1024;
+constexpr std::size_t kLargestAllocation = 2UL * 16 * 1024 * 1024;
 
 /// A device's recording: samples, scans within the motor's times, pictures and a calibration.
 std::vector<RecordedMessage> deviceRecording() {

@@ -22,7 +22,7 @@
 namespace morva::test {
 namespace {
 
-constexpr std::size_t kMib = 1024 * 1024;
+constexpr std::size_t kMib = 1024UL * 1024;
 
 /// The write buffer of a table, and as much again for all else.
 constexpr std::size_t kLargestAllocation = 32 * kMib;

@@ -36,7 +36,7 @@ constexpr Passes kPasses[] = {
 };
 
 /// Reading ahead.
-constexpr std::uint64_t kSlackBytes = 64 * 1024;
+constexpr std::uint64_t kSlackBytes = 64UL * 1024;
 
 BuiltMessage messageOf(std::uint32_t topicId, const std::string& payload, std::int64_t timeUs) {
   return {.topicId = topicId,

@@ -225,7 +225,7 @@ std::string zstdBomb(std::uint64_t blocks) {
 }
 
 TEST(ZstdCompressDecompress, BombTakesNoMemory) {
-  constexpr std::size_t kBlockBytes = 128 * 1024;
+  constexpr std::size_t kBlockBytes = 128UL * 1024;
   const ZstdCompress codec;
   for (const std::size_t blocks : {std::size_t{513}, std::size_t{8192}, std::size_t{32767}}) {
     std::string out;

@@ -26,8 +26,8 @@ namespace {
 
 using Call = FailingFileCalls::Call;
 
-constexpr std::size_t kReadAheadBytes = 64 * 1024;
-constexpr std::size_t kFirstReadAheadBytes = 16 * 1024;
+constexpr std::size_t kReadAheadBytes = 64UL * 1024;
+constexpr std::size_t kFirstReadAheadBytes = 16UL * 1024;
 
 std::string randomBytes(std::size_t size) {
   std::mt19937 random(11);

@@ -10,7 +10,7 @@
 namespace osmik {
 namespace {
 
-constexpr std::size_t kMebibyte = 1024 * 1024;
+constexpr std::size_t kMebibyte = 1024UL * 1024;
 
 TEST(UseLargePages, MemoryKeepsWhatIsInItWhereverItBegins) {
   for (const std::size_t begin : {std::size_t{0}, std::size_t{1}, 3 * kMebibyte + 5}) {

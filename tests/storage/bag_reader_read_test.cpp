@@ -22,7 +22,7 @@ namespace {
 
 using osmik::StrUtil;
 
-constexpr std::size_t kSmall = 128 * 1024;  // what a lie may cost at most
+constexpr std::size_t kSmall = 128UL * 1024;  // what a lie may cost at most
 
 const BuiltMessage kImu{.topicId = 1, .stored = "imu payload"};
 const BuiltMessage kLidar{.topicId = 0, .stored = std::string(300, 'L'), .count = 7};

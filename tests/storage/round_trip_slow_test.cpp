@@ -9,7 +9,7 @@
 namespace morva::test {
 namespace {
 
-constexpr std::size_t kLargestBytes = 8 * 1024 * 1024;
+constexpr std::size_t kLargestBytes = 8UL * 1024 * 1024;
 
 class RoundTripSlow : public testing::TestWithParam<CompressionType> {};
 

@@ -7,7 +7,7 @@
 /// Few bytes that restore to many.
 namespace morva::test {
 
-inline constexpr std::size_t kBombBlockBytes = 128 * 1024;
+inline constexpr std::size_t kBombBlockBytes = 128UL * 1024;
 
 /// A Zstandard frame of so many blocks, each kBombBlockBytes of one byte, stored in 4 bytes.
 [[nodiscard]] std::string zstdBomb(std::size_t blocks);

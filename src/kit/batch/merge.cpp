@@ -46,7 +46,7 @@ std::string findShardCount(const std::string& dir, unsigned* count) {
 
 std::string mergeShards(const std::string& dir, Manifest* shards) {
   unsigned count = 0;
-  if (const std::string problem = findShardCount(dir, &count); !problem.empty()) return problem;
+  if (std::string problem = findShardCount(dir, &count); !problem.empty()) return problem;
   for (unsigned i = 0; i < count; ++i) {
     const std::string path = manifestPathIn(dir, {i, count});
     Manifest shard;

@@ -1,6 +1,8 @@
 #include "kit/batch/progress_display.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 
 #include "kit/console.h"
@@ -37,7 +39,7 @@ bool isAtWork(const ProjectState& state) {
 }
 
 std::string clockText(double seconds) {
-  const auto whole = static_cast<std::int64_t>(seconds + 0.5);
+  const auto whole = std::llround(seconds);
   if (whole >= 3600) {
     return StrUtil::format("%d:%02d:%02d", whole / 3600, whole / 60 % 60, whole % 60);
   }

@@ -92,6 +92,7 @@ ProjectList listProjects(const BatchOptions& options) {
   std::ranges::sort(list.leftOut);
 
   std::vector<Project> all;
+  all.reserve(found.size());
   for (const std::string& path : found) all.push_back(describe(path, options));
   list.problem = findProblem(all);
   const std::size_t step = std::max(1U, options.shard.count);

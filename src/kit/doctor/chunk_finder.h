@@ -36,7 +36,7 @@ class ChunkFinder {
   static constexpr std::size_t kMaxOpenClaims = 65'536;
   static constexpr std::size_t kMaxTorn = 65'536;
 
-  explicit ChunkFinder(ByteSource* source, std::size_t blockBytes = 1024 * 1024)
+  explicit ChunkFinder(ByteSource* source, std::size_t blockBytes = 1024UL * 1024)
       : source_(*source), blockBytes_(blockBytes) {}
 
   [[nodiscard]] FoundChunks find(const Progress& progress);

@@ -19,7 +19,7 @@ namespace {
 
 /// Nothing but zero bytes.
 bool isZeroed(const ByteRange& range, ByteSource* source) {
-  constexpr std::uint64_t kStepBytes = 64 * 1024;
+  constexpr std::uint64_t kStepBytes = 64UL * 1024;
   for (std::uint64_t at = range.begin; at < range.end; at += kStepBytes) {
     const auto size = static_cast<std::size_t>(std::min(kStepBytes, range.end - at));
     if (source->read(at, size).find_first_not_of('\0') != std::string::npos) return false;

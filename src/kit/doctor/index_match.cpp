@@ -35,7 +35,7 @@ bool isSimilar(const BagFile::TopicHeader& a, const BagFile::TopicHeader& b) {
 
 /// The checksum of a part of the file, taken in steps.
 std::uint32_t crcOf(ByteSource* source, std::uint64_t offset, std::uint64_t size) {
-  constexpr std::uint64_t kStepBytes = 1024 * 1024;
+  constexpr std::uint64_t kStepBytes = 1024UL * 1024;
   std::string step;
   std::uint32_t crc = 0;
   for (std::uint64_t done = 0; done < size; done += step.size()) {

@@ -46,7 +46,7 @@ std::string addName(std::string_view text, TopicNames* names) {
 }
 
 std::string addFile(const std::string& path, TopicNames* names) {
-  constexpr std::uint64_t kMaxBytes = 1024 * 1024;
+  constexpr std::uint64_t kMaxBytes = 1024UL * 1024;
   ByteSource file;
   if (!file.open(path)) return StrUtil::format("%s cannot be read, and is not ID=NAME", path);
   if (file.size() > kMaxBytes) return StrUtil::format("%s is too large", path);

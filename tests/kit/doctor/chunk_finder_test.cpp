@@ -23,7 +23,7 @@ using testing::IsEmpty;
 
 class ChunkFinderTest : public testing::Test {
  protected:
-  FoundChunks find(const std::string& bytes, std::size_t blockBytes = 1024 * 1024) {
+  FoundChunks find(const std::string& bytes, std::size_t blockBytes = 1024UL * 1024) {
     writeFile(path_, bytes);
     ByteSource source;
     EXPECT_TRUE(source.open(path_));
