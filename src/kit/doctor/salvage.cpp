@@ -129,7 +129,7 @@ class Run {
   std::string deviceRecord() {
     const Account& account = examination_.account();
     const auto from = [this](DeviceSource source, const BagFile::Header& header) {
-      const std::string data = privateDataOf(header);
+      std::string data = privateDataOf(header);
       if (!data.empty()) result_.device = source;
       return data;
     };

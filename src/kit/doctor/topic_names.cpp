@@ -53,7 +53,8 @@ std::string addFile(const std::string& path, TopicNames* names) {
   const std::string text = file.read(0, static_cast<std::size_t>(file.size()));
   for (const std::string_view line : piecesOf(text, '\n')) {
     if (line.starts_with('#')) continue;
-    if (std::string problem = addName(line, names); !problem.empty()) return path + ": " + problem;
+    const std::string problem = addName(line, names);
+    if (!problem.empty()) return StrUtil::format("%s: %s", path, problem);
   }
   return {};
 }
