@@ -137,8 +137,8 @@ void addCorrectable(SeedRecording* recording, const std::vector<std::string>& do
   }
   recording->add(test::fileMessage("/config_file", "camera.yaml", "fx: 1\n"));
   for (int i = 0; i < 4; ++i) {
-    recording->add(test::motorMessage(kStartUs + i * 20'000, 10'000, i * 0.1));
-    recording->add(test::lidarMessage("/lidar", kStartUs + i * 20'000 + 5000));
+    recording->add(test::motorMessage(kStartUs + 20'000L * i, 10'000, i * 0.1));
+    recording->add(test::lidarMessage("/lidar", kStartUs + 20'000L * i + 5000));
   }
   recording->add(test::imuMessage(kStartUs));
 }
@@ -249,13 +249,13 @@ std::vector<Seed> lidarSeeds() {
     pb::LidarPointMsgArray array;
     for (std::uint32_t seq = 0; seq < 3; ++seq) {
       pb::LidarPointMsg* const scan = array.add_msgs();
-      scan->mutable_header()->set_timestamp(kStartUs + seq * 100'000);
+      scan->mutable_header()->set_timestamp(kStartUs + 100'000L * seq);
       scan->mutable_header()->set_scale(seq == 2 ? -3 : 1000);
       scan->mutable_header()->set_seq(seq);
       for (int i = 0; i < points; ++i) {
         pb::LidarPoint* const point = scan->add_points();
-        point->set_x(i * 1000);
-        point->set_y(-i * i * 500);
+        point->set_x(1000L * i);
+        point->set_y(-500L * i * i);
         point->set_z(i % 7);
         point->set_intensity(static_cast<std::uint32_t>(i * 5));
         point->set_ring(static_cast<std::uint32_t>(i % 32));
