@@ -99,7 +99,7 @@ class KilledRecorder : public testing::TestWithParam<std::uint32_t> {
   }
 
   /// Messages of which the recorder knew that they survive it.
-  std::uint64_t promised() const {
+  [[nodiscard]] std::uint64_t promised() const {
     const std::string told =
         sizeOf(path_ + ".promised") == 8 ? readFile(path_ + ".promised") : std::string(8, '\0');
     return loadLe<std::uint64_t>(told.data());

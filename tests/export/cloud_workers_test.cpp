@@ -75,7 +75,7 @@ std::size_t filesIn(const std::string& directory) {
 
 class CloudWorkersTest : public testing::Test {
  protected:
-  std::string pathOf(int number) const {
+  [[nodiscard]] std::string pathOf(int number) const {
     return dir.path() + "/" + std::to_string(number) + ".pcd";
   }
 

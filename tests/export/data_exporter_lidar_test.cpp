@@ -244,7 +244,7 @@ class DataExporterCorrectedLidar : public DataExporterLidar {
   }
 
   /// Largest distance of a point of all clouds from where it truly is, m.
-  double worstError() const {
+  [[nodiscard]] double worstError() const {
     double worst = 0.0;
     for (const std::string& name : outputs()) {
       for (const Row& row : rowsOf(output(name))) {

@@ -182,7 +182,7 @@ std::string differenceOf(const Products& a, const Products& b) {
 
 class FaultMatrix : public testing::TestWithParam<std::size_t> {
  protected:
-  const Operation& operation() const { return operations()[GetParam()]; }
+  [[nodiscard]] const Operation& operation() const { return operations()[GetParam()]; }
 
   Result run(const Fault& fault) const {
     Result result;
@@ -237,7 +237,7 @@ class FaultMatrix : public testing::TestWithParam<std::size_t> {
   }
 
   /// Whether a file has its final name and not its content.
-  bool hasChangedFile(const Result& result) const {
+  [[nodiscard]] bool hasChangedFile(const Result& result) const {
     return std::ranges::any_of(result.products, [this](const auto& product) {
       const auto whole = undisturbed_.products.find(product.first);
       return whole != undisturbed_.products.end() && whole->second != product.second;

@@ -98,7 +98,7 @@ class HostileProject : public testing::Test {
     return bytes;
   }
 
-  const std::string& whole() const { return whole_; }
+  [[nodiscard]] const std::string& whole() const { return whole_; }
 
  private:
   [[nodiscard]] std::string bag() const { return dir_ / "p/" + kBagName; }

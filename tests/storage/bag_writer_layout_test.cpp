@@ -20,7 +20,7 @@ namespace {
 /// Writes bags in a directory of its own and takes them apart.
 class BagWriterLayout : public testing::Test {
  protected:
-  std::string read() const { return readFile(path_); }
+  [[nodiscard]] std::string read() const { return readFile(path_); }
   RawBag parts() const { return takeApart(read()); }
 
   const TempDir dir_;

@@ -35,7 +35,7 @@ class BagWriterTest : public testing::Test {
     return writer_.write(entryOf(payload, false), topic, payload);
   }
   /// The payloads of the messages that a walk over the file's chunks finds.
-  std::vector<std::string> payloadsInFile() const {
+  [[nodiscard]] std::vector<std::string> payloadsInFile() const {
     std::vector<std::string> payloads;
     for (const RawChunk& chunk : takeApart(readFile(path_)).chunks) {
       if (chunk.type == 1) payloads.push_back(chunk.data);
@@ -43,7 +43,7 @@ class BagWriterTest : public testing::Test {
     return payloads;
   }
   /// The payloads that the reader finds through the index of topic "/a".
-  std::vector<std::string> payloadsInIndex() const {
+  [[nodiscard]] std::vector<std::string> payloadsInIndex() const {
     BagReader reader;
     EXPECT_EQ(reader.open(path_), 0);
     const auto topic = reader.topicIndex("/a");

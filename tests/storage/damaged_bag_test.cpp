@@ -28,10 +28,10 @@ class DamagedBag : public testing::Test {
     file.seekp(static_cast<std::streamoff>(at));
     file.put(byte);
   }
-  std::int64_t offset(std::size_t i) const {
+  [[nodiscard]] std::int64_t offset(std::size_t i) const {
     return static_cast<std::int64_t>(bag_.chunkOffset(i));
   }
-  std::size_t indexEnd() const {
+  [[nodiscard]] std::size_t indexEnd() const {
     return bag_.chunkOffset(3) + numberAt<std::uint32_t>(bytes_, bag_.chunkOffset(3));
   }
 

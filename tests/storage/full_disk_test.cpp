@@ -96,7 +96,7 @@ class FullDisk : public testing::TestWithParam<std::tuple<CompressionType, std::
   Outcome recordNow() const {
     return record(path_, std::get<0>(GetParam()), std::get<1>(GetParam()));
   }
-  bool isBuffered() const { return std::get<1>(GetParam()) > 0; }
+  [[nodiscard]] bool isBuffered() const { return std::get<1>(GetParam()) > 0; }
   /// Records once for each write that a recording makes, while it and the next `times` - 1 fail.
   void forEachFailure(int times, int error, bool canCut,
                       const std::function<void(const Outcome&)>& check) const;

@@ -49,7 +49,7 @@ class SideIndex : public testing::Test {
     EXPECT_TRUE(reader_.topicIndexes().empty());
     EXPECT_TRUE(reader_.hasIndex());
   }
-  std::size_t messages() const {
+  [[nodiscard]] std::size_t messages() const {
     const auto topic = reader_.topicIndex("/imu");
     return topic ? topic->entries.size() : 0;
   }

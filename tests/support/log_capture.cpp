@@ -21,7 +21,7 @@ class LogCapture::Sink final : public osmik::TracerSink {
     const std::lock_guard lock(mutex_);
     lines_.push_back(withoutTimeAndLine(std::string(line)));
   }
-  std::vector<std::string> lines() const {
+  [[nodiscard]] std::vector<std::string> lines() const {
     const std::lock_guard lock(mutex_);
     return lines_;
   }
