@@ -149,7 +149,7 @@ void roundNumber(YAML::Node number, int digits) {
 }
 
 // Rounds the numbers of a map, and those in its lists.
-void roundNumbers(YAML::Node map, int digits) {
+void roundNumbers(const YAML::Node& map, int digits) {
   for (const auto& entry : map) {
     roundNumber(entry.second, digits);
     if (!entry.second.IsSequence()) continue;

@@ -23,7 +23,6 @@ using protix::kbag_msgs::ChunkIndexData;
 using Call = FailingFileCalls::Call;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Not;
 
 constexpr std::size_t kSideDataOffset =

@@ -18,8 +18,6 @@ namespace {
 using test::LogCapture;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 using TransformReader = bool (*)(const std::string&, SensorParameters::ExtrinsicParam*);

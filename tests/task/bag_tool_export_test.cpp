@@ -19,10 +19,7 @@ namespace fs = std::filesystem;
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
-using testing::IsSupersetOf;
-using testing::Not;
 
 class BagToolExport : public testing::Test {
  protected:

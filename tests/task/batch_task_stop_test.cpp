@@ -20,7 +20,6 @@ namespace fs = std::filesystem;
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 
 /// Three messages of each of a device's main topics.
 std::vector<RecordedMessage> deviceRecording() {

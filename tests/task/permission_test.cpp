@@ -22,7 +22,6 @@ namespace fs = std::filesystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 template <typename Tool>
 class TaskPermissions : public testing::Test {

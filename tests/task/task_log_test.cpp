@@ -14,7 +14,6 @@ namespace morva::test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 

@@ -20,7 +20,6 @@ using test::readFile;
 using test::TempDir;
 using test::writeFile;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
