@@ -184,7 +184,7 @@ class FaultMatrix : public testing::TestWithParam<std::size_t> {
  protected:
   [[nodiscard]] const Operation& operation() const { return operations()[GetParam()]; }
 
-  Result run(const Fault& fault) const {
+  [[nodiscard]] Result run(const Fault& fault) const {
     Result result;
     fs::remove_all(folder_);
     fs::create_directory(folder_);

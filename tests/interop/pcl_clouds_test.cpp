@@ -21,8 +21,10 @@
 
 /// A point type as a user of the library would declare it for these clouds.
 struct EIGEN_ALIGN16 CloudPoint {
+  // NOLINTBEGIN(clang-diagnostic-*): the library's own
   PCL_ADD_POINT4D;
   PCL_ADD_NORMAL4D;
+  // NOLINTEND(clang-diagnostic-*)
   float intensity;
   double timestamp;
   std::uint16_t ring;

@@ -78,8 +78,8 @@ Vector3d anyDirection(Random* random) {
 
 Vector3d anyFreePoint(const World& world, Random* random) {
   for (;;) {
-    const Vector3d point(random->uniform(-4.5, 4.5), random->uniform(-3.5, 3.5),
-                         random->uniform(0.05, 2.8));
+    Vector3d point(random->uniform(-4.5, 4.5), random->uniform(-3.5, 3.5),
+                   random->uniform(0.05, 2.8));
     if (freeSpaceAround(world, point) > 0.01) return point;
   }
 }

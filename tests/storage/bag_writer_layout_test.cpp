@@ -21,7 +21,7 @@ namespace {
 class BagWriterLayout : public testing::Test {
  protected:
   [[nodiscard]] std::string read() const { return readFile(path_); }
-  RawBag parts() const { return takeApart(read()); }
+  [[nodiscard]] RawBag parts() const { return takeApart(read()); }
 
   const TempDir dir_;
   const std::string path_ = dir_ / "a.kbag";

@@ -93,7 +93,7 @@ void expectNothingLost(const std::string& path, const Outcome& outcome, bool isB
 
 class FullDisk : public testing::TestWithParam<std::tuple<CompressionType, std::uint32_t>> {
  protected:
-  Outcome recordNow() const {
+  [[nodiscard]] Outcome recordNow() const {
     return record(path_, std::get<0>(GetParam()), std::get<1>(GetParam()));
   }
   [[nodiscard]] bool isBuffered() const { return std::get<1>(GetParam()) > 0; }

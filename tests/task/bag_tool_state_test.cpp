@@ -261,6 +261,7 @@ TEST_F(BagToolState, ARunStartsWithProgressZeroAndWithoutError) {
   struct Tool : HeldTool {
     void hold(bool on) { hold_ = on; }
     void dataExportTask() override {
+      // NOLINTNEXTLINE(bugprone-parent-virtual-call): not what HeldTool makes of it
       hold_ ? HeldTool::dataExportTask() : BagTool::dataExportTask();
     }
     ~Tool() override { StopTask(); }

@@ -22,7 +22,7 @@ using testing::IsEmpty;
 class ListProjects : public testing::Test {
  protected:
   std::string makeProject(const std::string& name) {
-    const std::string path = dir_ / name;
+    std::string path = dir_ / name;
     fs::create_directories(path);
     test::writeFile(path + "/" + test::kBagName, "");
     return path;

@@ -60,7 +60,7 @@ TEST(BatchReport, JsonHasTheManifestsEntriesAndTheExitStatus) {
 }
 
 TEST(BatchStatus, IsTheWorstThatHappened) {
-  const auto statusWith = [](std::vector<Outcome> outcomes) {
+  const auto statusWith = [](const std::vector<Outcome>& outcomes) {
     std::vector<ProjectResult> results;
     for (const Outcome outcome : outcomes) results.push_back(resultOf("/p", outcome));
     return statusOf(results);

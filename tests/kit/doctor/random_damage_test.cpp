@@ -154,7 +154,7 @@ class Trial {
   }
 
   /// Of the messages of the output, in its order.
-  std::vector<Proof> proofsOf(const doctor::SalvageResult& result) const {
+  [[nodiscard]] std::vector<Proof> proofsOf(const doctor::SalvageResult& result) const {
     std::vector<Proof> proofs;
     for (const doctor::Message& message : result.account.messages) {
       const auto id = static_cast<std::uint32_t>(message.header.topicId);
@@ -195,7 +195,7 @@ TEST_P(RandomDamage, EveryIntactMessageIsSalvagedOnceAndNoOther) {
     Trial(sample, GetParam().index, &totals).run(i, 1 + i % 8);
     if (testing::Test::HasFatalFailure()) return;
   }
-  const auto record = [this](const char* what, std::size_t count) {
+  const auto record = [](const char* what, std::size_t count) {
     RecordProperty(what, std::to_string(count));
     std::printf("%-12s %zu\n", what, count);
   };
