@@ -28,7 +28,7 @@ TEST_P(InterruptSignal, NewObjectForgetsTheSignalOfAnEarlierOne) {
 }
 
 TEST_P(InterruptSignal, SecondSignalEndsTheProgram) {
-  const auto raiseTwice = [this] {
+  const auto raiseTwice = [] {
     const Interrupt interrupt;
     std::raise(GetParam());
     std::raise(GetParam());

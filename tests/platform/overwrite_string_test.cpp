@@ -1,5 +1,6 @@
 #include "platform/overwrite_string.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -25,7 +26,7 @@ TEST(OverwriteString, KeepsWhatWasWrittenAndOffersExactlyTheSize) {
 TEST(OverwriteString, KeepsNoMoreThanItWasTold) {
   std::string text(100, 'x');
   overwriteString(&text, 50, [](char* memory, std::size_t /*size*/) {
-    std::memcpy(memory, "abc", 3);
+    std::copy_n("abc", 3, memory);
     return std::size_t{3};
   });
   EXPECT_EQ(text, "abc");

@@ -29,7 +29,7 @@ class SimulatedProject {
 
   /// @return The output folder.
   [[nodiscard]] std::string unpack(BagTool* tool) {
-    const std::string out = dir_ / "out";
+    std::string out = dir_ / "out";
     EXPECT_TRUE(tool->Init({{{dir_ / "project", out}}, dir_ / "log"}));
     tool->StartTask();
     while (!tool->IsTaskFinished()) std::this_thread::yield();

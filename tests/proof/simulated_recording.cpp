@@ -53,7 +53,7 @@ SensorParameters SimulatedRecording::calibration() const {
 
 std::string SimulatedRecording::exportClouds(bool corrected) {
   const std::string out = dir_ / (corrected ? "corrected" : "plain");
-  const std::string clouds = out + "/lidar_points";
+  std::string clouds = out + "/lidar_points";
   std::filesystem::create_directories(clouds);
   DataExporter exporter(&bag_, out, {});
   const bool done = corrected ? exporter.exportCorrectedLidarData(calibration(), view("/lidar"),
